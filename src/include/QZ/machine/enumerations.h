@@ -1,0 +1,180 @@
+#pragma once
+
+/// The numbers behind the machine's vocabulary: registers, storage classes, operations, engines and
+/// optimizers. Their names in program text, and the order in which the parser tries them, stand in
+/// vocabulary.h.
+
+#include "QZ/graph/graph_type.h"
+#include "QZ/mrf/reparam_type.h"
+#include "QZ/support/type_pairs.h"
+
+namespace QZ {
+
+/// Storage class of a register: how its 64-bit word is read.
+enum class TypeType : unsigned char {
+  T_UINT = 0,
+  T_REAL = 1,
+  T_STRING = 2,
+  T_BOOL = 3,
+  T_POINTER = 4,
+  T_CHAR = 5
+};
+
+/// Register numbers. 22, 35, 84 and 98 are no registers.
+enum class VarType : unsigned int {
+  GPX = 0,
+  FMT = 1,
+  OPT = 2,
+  REP = 3,
+  INF = 4,
+  DEV = 5,
+  MIO = 6,
+  MIL = 7,
+  KXX = 8,
+  DEG = 9,
+  DPT = 10,
+  TXX = 11,
+  GNU = 12,
+  GBR = 13,
+  GRE = 14,
+  PPX = 15,
+  PGX = 16,
+  HED = 17,
+  DRP = 18,
+  DRY = 19,
+  RST = 20,
+  RET = 21,
+  LSN = 23,
+  COL = 24,
+  DBG = 25,
+  SEP = 26,
+  MIS = 27,
+  LAM = 28,
+  EPL = 29,
+  EPO = 30,
+  STP = 31,
+  MVA = 32,
+  OVA = 33,
+  RNU = 34,
+  MPT = 36,
+  GPT = 37,
+  MFN = 38,
+  GFN = 39,
+  DFN = 40,
+  IDX = 41,
+  VAL = 42,
+  GRA = 43,
+  NOOP = 44,
+  SDE = 45,
+  OMP = 46,
+  OVW = 47,
+  GP0 = 48,
+  GP1 = 49,
+  GP2 = 50,
+  RES = 51,
+  LPT = 52,
+  GVX = 53,
+  GEX = 54,
+  GP3 = 55,
+  GP4 = 56,
+  GP5 = 57,
+  BRR = 58,
+  DIM = 59,
+  RND = 60,
+  UNI = 61,
+  LNN = 62,
+  GPS = 63,
+  GP6 = 64,
+  NXX = 65,
+  HPT = 66,
+  GP7 = 67,
+  GP8 = 68,
+  ONE = 69,
+  GP9 = 70,
+  PPT = 71,
+  SEED = 72,
+  CEN = 73,
+  HP0 = 74,
+  HP1 = 75,
+  HP2 = 76,
+  HP3 = 77,
+  HP4 = 78,
+  HP5 = 79,
+  HP6 = 80,
+  HP7 = 81,
+  HP8 = 82,
+  HP9 = 83,
+  LFN = 85,
+  NNZ = 86,
+  NLL = 87,
+  ERR = 88,
+  ITR = 89,
+  RTT = 90,
+  NAB = 91,
+  PEL = 92,
+  LNZ = 93,
+  SLW = 94,
+  NAM = 95,
+  YYC = 96,
+  OTHERFN = 97,
+  INI = 99,
+  ELAM = 100,
+  PAM = 101,
+  SNK = 102,
+  EIP = 103,
+  EDP = 104,
+  EAP = 105,
+  CBO = 106,
+  CBP = 107,
+  CBU = 108,
+  CPR = 109,
+  TREE = 110,
+  EXT0 = 111,
+  EXT1 = 112,
+};
+
+/// What `getVar` returns when no register name fits.
+inline constexpr VarType unknown_register = static_cast<VarType>(200);
+
+enum class OpType : unsigned char {
+  ESTIMATE = 0,
+  STATS = 1,
+  INFER = 3,
+  PREDICT = 4,
+  SAMPLE = 5,
+  SET = 7,
+  DEL = 8,
+  LDX = 9,
+  STORE = 12,
+  ADD = 14,
+  MUL = 15,
+  BLT = 16,
+  MOV = 18,
+  BNZ = 20,
+  INC = 21,
+  DEC = 22,
+  BRA = 25,
+  STGRAPH = 32,
+  BASEGRAPH = 33,
+  PUSH = 34,
+  POP = 35,
+  MODEL = 40,
+  BNE = 45,
+  CLEARSTACK = 52,
+  INITLATENT = 54,
+  INITGAUSS = 61,
+  INITZERO = 62,
+  BOLTZMANNTREE = 63,
+  SCORE = 64,
+  CLOSEDFORM = 65,
+  JUNCTIONTREE = 66,
+};
+
+/// Inference method; the numbers are those of register `INF`.
+enum class InfType : unsigned char { LBP = 0, JT = 1, SQM = 2, EXTI = 3 };
+
+/// Optimizer; the numbers are those of register `OPT`. They go on from `InfType`, so that a bare
+/// number in an `ALG` statement names one or the other.
+enum class OptType : unsigned char { GD = 4, PL1 = 5, FL1 = 6, EA11 = 7, IGD = 8, EXTO = 9 };
+
+}  // namespace QZ
