@@ -2,11 +2,12 @@
 
 /// Files that live as long as a test.
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <unistd.h>
 
 namespace qz_test {
 

@@ -55,8 +55,8 @@ class vm_t {
 
   // Registers (registers.cpp).
 
-  /// The integer view of a register; a few registers are computed. Throws out_of_range "map::at" for
-  /// a number that is no register.
+  /// The integer view of a register; a few registers are computed. Throws out_of_range "map::at"
+  /// for a number that is no register.
   unsigned long get(VarType var) const;
   /// The real view of a register; `RND` and `UNI` draw. Throws as `get`.
   double getR(VarType var) const;
@@ -132,8 +132,8 @@ class vm_t {
   /// Runs the program from line `LNN` on. Returns 1 at its end, 0 if a run is in progress. An
   /// exception leaves the machine busy for good.
   unsigned char run();
-  /// Installs a program and takes ownership of the list. Returns false, and leaves the list with the
-  /// caller, during a run.
+  /// Installs a program and takes ownership of the list. Returns false, and leaves the list with
+  /// the caller, during a run.
   bool setCode(std::vector<std::string>* lines);
   /// Replaces the program by copies of `count` texts. Returns 1, or 0 during a run.
   unsigned char setCode(const char* const* lines, unsigned long count);
@@ -218,8 +218,8 @@ class vm_t {
   /// The model that the registers ask for, around an engine that it borrows. The caller owns it.
   template <class idx_t, class val_t>
   AbstractMRF<idx_t, val_t>* getMOD(InferenceAlgorithm<idx_t, val_t>* engine);
-  /// Builds the optimizer in `OPT`, runs it on `model` (an AbstractMRF) and writes `RES`. The caller
-  /// owns the optimizer.
+  /// Builds the optimizer in `OPT`, runs it on `model` (an AbstractMRF) and writes `RES`. The
+  /// caller owns the optimizer.
   template <class idx_t, class val_t>
   Optimizer<idx_t, val_t, true>* learn(void* model);
 

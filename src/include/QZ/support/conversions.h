@@ -29,15 +29,16 @@ constexpr to_t saturating_cast(from_t x) {
   }
 }
 
-/// The low bits of the number as a signed 64-bit integer. A free vertex, stored as -1.0, becomes all
-/// ones, which no state count reaches. A number outside the signed range, or a NaN, counts as the
-/// smallest signed number.
+/// The low bits of the number as a signed 64-bit integer. A free vertex, stored as -1.0, becomes
+/// all ones, which no state count reaches. A number outside the signed range, or a NaN, counts as
+/// the smallest signed number.
 template <class to_t, class from_t>
 constexpr to_t signed_cast(from_t x) {
   static_assert(std::is_unsigned_v<to_t>);
   if constexpr (std::is_floating_point_v<from_t>) {
     constexpr from_t bound = static_cast<from_t>(1ul << 63);
-    const long whole = x >= -bound && x < bound ? static_cast<long>(x) : std::numeric_limits<long>::min();
+    const long whole =
+        x >= -bound && x < bound ? static_cast<long>(x) : std::numeric_limits<long>::min();
     return static_cast<to_t>(whole);
   } else {
     return static_cast<to_t>(x);

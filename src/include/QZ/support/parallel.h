@@ -16,16 +16,15 @@ struct Range {
 };
 
 /// The contiguous share of `items` that belongs to `thread` of `threads`: items / threads each, and
-/// one more for the first items mod threads of them. Computed in `idx_t`.
+/// one more for the first items mod threads of them. No bound exceeds `items`, so all fit `idx_t`.
 template <class idx_t>
 constexpr Range<idx_t> static_share(idx_t items, int thread, int threads) {
-  const idx_t team = static_cast<idx_t>(threads);
-  const idx_t rank = static_cast<idx_t>(thread);
-  const idx_t base = static_cast<idx_t>(items / team);
-  const idx_t extra = static_cast<idx_t>(items % team);
-  const idx_t begin = static_cast<idx_t>(rank * base + (rank < extra ? rank : extra));
-  const idx_t count = static_cast<idx_t>(base + (rank < extra ? 1 : 0));
-  return {begin, static_cast<idx_t>(begin + count)};
+  const unsigned long team = static_cast<unsigned long>(threads);
+  const unsigned long rank = static_cast<unsigned long>(thread);
+  const unsigned long base = items / team;
+  const unsigned long extra = items % team;
+  const unsigned long begin = rank * base + (rank < extra ? rank : extra);
+  return {static_cast<idx_t>(begin), static_cast<idx_t>(begin + base + (rank < extra ? 1 : 0))};
 }
 
 /// The share of the calling thread in its current team.

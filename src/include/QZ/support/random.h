@@ -7,9 +7,7 @@
 namespace QZ {
 
 /// A uniform number in [0, 1) with 53 random bits, made of two outputs of the engine.
-inline double draw_canonical(std::mt19937& rng) {
-  return std::generate_canonical<double, 53>(rng);
-}
+inline double draw_canonical(std::mt19937& rng) { return std::generate_canonical<double, 53>(rng); }
 
 /// A uniform integer from `low` to `high`, both included.
 template <class int_t>

@@ -6,8 +6,6 @@
 
 namespace QZ {
 
-[[noreturn]] inline void not_available() {
-  throw std::logic_error("not available in this build");
-}
+[[noreturn]] inline void not_available() { throw std::logic_error("not available in this build"); }
 
 }  // namespace QZ
