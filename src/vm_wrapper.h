@@ -1,0 +1,111 @@
+#ifndef QZ_VM_WRAPPER_H
+#define QZ_VM_WRAPPER_H
+
+/*
+ * The way into the library, for C and C++.
+ *
+ * A context is a register machine: give it a program of text lines, write parameters into its named
+ * registers, run it, and read results back from registers. One thread works with a context at a
+ * time; another may only poll it with ctx_read_reg.
+ *
+ * Errors are C++ exceptions of the kinds std::logic_error and std::out_of_range, which pass through
+ * these functions. A context whose run has thrown is finished: it can be read (register LNN holds
+ * the failing line) and destroyed, and refuses everything else.
+ */
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+#include <string>
+#include <vector>
+#endif
+
+#pragma GCC visibility push(default)
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * 1 at first. The long loops of the operations stop early once it is 0; nothing in the library sets
+ * it back. Shared by all contexts of the process.
+ */
+extern unsigned char __run;
+
+/* Makes a context, which the caller owns until destroy_ctx. */
+void* create_ctx(void);
+
+/* Releases a context; null is ignored. What a failed run had loaded is not released. */
+void destroy_ctx(void* ctx);
+
+/*
+ * Releases what the registers hold and restores their defaults; the program stays, and starts from
+ * its first line again. Returns 1, or 0 during a run.
+ */
+int reset_ctx(void* ctx);
+
+/*
+ * Installs copies of `count` lines as the program, to be run from its first line. Returns 1, or 0
+ * during a run. A null line throws.
+ */
+int ctx_set_code(void* ctx, const char* const* lines, unsigned long count);
+
+/*
+ * The 64-bit word of the register with exactly this name: an integer, the bits of a double, or a
+ * pointer, as the register's class has it. -1 for an unknown name. Takes no lock.
+ */
+int64_t ctx_read_reg(void* ctx, const char* name);
+
+/*
+ * Writes the word of a register, whatever its class: a double as its bits, a pointer as its value.
+ * A write of SEED reseeds, one of OMP sets the thread count, and "|" for SEP throws. Texts are set
+ * by program lines, not here. Returns 0 during a run and 1 otherwise, also for an unknown name.
+ */
+int ctx_write_reg(void* ctx, const char* name, uint64_t word);
+
+/*
+ * Runs the program from the line in register LNN to its end, on the calling thread. Returns 1, or 0
+ * at once during a run.
+ */
+int run_ctx(void* ctx);
+
+/* 10063. */
+unsigned long version(void);
+
+/*
+ * A signal handler for the caller to install: the first signal clears __run, the second aborts.
+ */
+void ctrlchandler(int signal);
+
+#ifdef __cplusplus
+}
+
+namespace QZ {
+class vm_t;
+}
+
+/// The same machine for C++ callers.
+class vm_wrapper {
+ public:
+  vm_wrapper();
+  /// Releases the machine. The installed list of lines is left as it is.
+  ~vm_wrapper();
+  vm_wrapper(const vm_wrapper&) = delete;
+  vm_wrapper& operator=(const vm_wrapper&) = delete;
+
+  /// Runs the program from the line in register `LNN` to its end.
+  void run();
+
+  /// Installs a program, to be run from its first line. The list belongs to the machine from now on,
+  /// which deletes it when another one takes its place. During a run nothing happens, and the list
+  /// stays the caller's.
+  void setCode(std::vector<std::string>* lines);
+
+ private:
+  QZ::vm_t* machine_;
+};
+#endif
+
+#pragma GCC visibility pop
+
+#endif
