@@ -1,0 +1,26 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "QZ/support/type_pairs.h"
+
+namespace qz_test {
+
+using u8 = unsigned char;
+using u16 = unsigned short;
+using u32 = unsigned int;
+using u64 = unsigned long;
+
+using AllPairs =
+    ::testing::Types<QZ::type_pair<u8, u8>, QZ::type_pair<u8, float>, QZ::type_pair<u8, double>,
+                     QZ::type_pair<u16, u16>, QZ::type_pair<u16, float>, QZ::type_pair<u16, double>,
+                     QZ::type_pair<u32, u32>, QZ::type_pair<u32, float>, QZ::type_pair<u32, double>,
+                     QZ::type_pair<u64, u64>, QZ::type_pair<u64, float>,
+                     QZ::type_pair<u64, double>>;
+
+using FloatPairs = ::testing::Types<QZ::type_pair<u8, float>, QZ::type_pair<u8, double>,
+                                    QZ::type_pair<u16, float>, QZ::type_pair<u16, double>,
+                                    QZ::type_pair<u32, float>, QZ::type_pair<u32, double>,
+                                    QZ::type_pair<u64, float>, QZ::type_pair<u64, double>>;
+
+}  // namespace qz_test
