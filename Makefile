@@ -1,0 +1,50 @@
+# The short road. CMakePresets.json has the long one.
+
+JOBS ?= $(shell nproc)
+BUILD := build/release
+GENERATOR := $(if $(shell command -v ninja),-G Ninja)
+QZ := $(BUILD)/qz
+
+.PHONY: all setup configure demo test bench format check clean
+
+all: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+# What is missing comes first, so everything behind it may rely on the tools being there.
+setup:
+	@scripts/setup.sh
+
+# A recursive call, because whether ninja is there is known only after the setup.
+configure: setup
+	@$(MAKE) --no-print-directory $(BUILD)/CMakeCache.txt
+
+$(BUILD)/CMakeCache.txt: CMakePresets.json
+	cmake --preset release $(GENERATOR)
+
+# Builds the library and the tool only.
+demo: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target qz_tool
+	@echo
+	@echo "examples/titanic.qz: a chain fitted to 2201 persons"
+	@echo
+	@$(QZ) run examples/titanic.qz --print NXX,GVX,GEX,DIM,RES,LNZ,iterations --marginals
+	@echo
+	@echo "examples/titanic_reload.qz: the stored model, read back by another program"
+	@echo
+	@$(QZ) run examples/titanic_reload.qz --print GVX,GEX,DIM,LNZ --marginals
+
+test: all
+	ctest --preset release -j $(JOBS)
+
+bench: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target benches
+	@for program in $(BUILD)/bench/*_bench; do $$program || exit 1; done
+
+format: setup
+	@scripts/format.sh
+
+check: setup
+	@.ci/run
+
+clean:
+	rm -rf build titanic.model hair_eye_color.tgf hair_eye_color.fg survey_filled.csv
