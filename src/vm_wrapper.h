@@ -96,9 +96,9 @@ class vm_wrapper {
   /// Runs the program from the line in register `LNN` to its end.
   void run();
 
-  /// Installs a program, to be run from its first line. The list belongs to the machine from now on,
-  /// which deletes it when another one takes its place. During a run nothing happens, and the list
-  /// stays the caller's.
+  /// Installs a program, to be run from its first line. The list belongs to the machine from now
+  /// on, which deletes it when another one takes its place. During a run nothing happens, and the
+  /// list stays the caller's.
   void setCode(std::vector<std::string>* lines);
 
  private:

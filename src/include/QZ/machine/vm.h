@@ -3,6 +3,7 @@
 /// The register machine: every parameter, object and result of the library passes through its
 /// registers, and a program of text lines drives it.
 
+#include <atomic>
 #include <list>
 #include <map>
 #include <mutex>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "QZ/machine/enumerations.h"
+#include "QZ/machine/values.h"
 #include "QZ/support/progress.h"
 
 namespace QZ {
@@ -70,8 +72,11 @@ class vm_t {
   void set(VarType var, void* value);
   /// Writes the bare word under the register lock, without side effects.
   void set_word(VarType var, unsigned long word);
-  /// The bare word, without computed registers.
-  unsigned long word(VarType var) const { return registerValues.at(var); }
+  /// The bare word, without computed registers. Another thread may poll during a run, so words are
+  /// read and written whole.
+  unsigned long word(VarType var) const { return load(registerValues.at(var)); }
+  /// The storage class of a register. Throws as `get`.
+  TypeType type(VarType var) const { return registerTypes.at(var); }
   /// The register whose name stands at `pos`, which moves behind it; `unknown_register` otherwise.
   VarType getVar(const std::string& line, unsigned long& pos);
   /// The parameter count of the container in `MPT`.
@@ -122,21 +127,32 @@ class vm_t {
   bool parseSetter(unsigned long& pos, const std::string& line, const std::string& what,
                    VarType var, unsigned long skip, const NameTable<enum_t>& table,
                    unsigned long first);
+  /// Converts the token of an assignment by the storage class and writes it. Throws what the
+  /// conversion throws, and logic_error "unknown data type" for a class that does not exist.
+  void assign(VarType var, TypeType type, const std::string& token);
   template <class T>
-  static std::string convertList(const std::vector<T>* list);
+  static std::string convertList(const std::vector<T>* list) {
+    return QZ::convertList(list);
+  }
   /// Carries out `currentOp`. Returns true, or throws.
   bool exec();
+  /// Operations that only check what they require, and leave placeholders where they would make an
+  /// object. Every run starts with this off.
+  void set_dry_run(bool on) { dryRun = on; }
 
   // Runs (run.cpp).
 
-  /// Runs the program from line `LNN` on. Returns 1 at its end, 0 if a run is in progress. An
-  /// exception leaves the machine busy for good.
+  /// Runs the program from line `LNN` on. Returns 1 at its end, 0 if a run is in progress. Throws
+  /// logic_error "no program set" before it starts if there is none; any later exception leaves the
+  /// machine busy for good.
   unsigned char run();
   /// Installs a program and takes ownership of the list. Returns false, and leaves the list with
   /// the caller, during a run.
   bool setCode(std::vector<std::string>* lines);
   /// Replaces the program by copies of `count` texts. Returns 1, or 0 during a run.
   unsigned char setCode(const char* const* lines, unsigned long count);
+  /// Deletes the program, which the destructor leaves alone: a list of lines may be the caller's.
+  void release_code();
   /// The word of the register with exactly this name as `ctx_read_reg` gives it; -1 for none.
   long read_register(const char* name) const;
   /// Writes the register with exactly this name. Returns 0 during a run, 1 otherwise.
@@ -224,7 +240,45 @@ class vm_t {
   Optimizer<idx_t, val_t, true>* learn(void* model);
 
  private:
+  /// What an operation requires, what it does, and the register that a dry run fills instead.
+  struct Work {
+    OpType op;
+    std::vector<unsigned long (vm_t::*)() const> requirements;
+    void (vm_t::*work)();
+    VarType filled = unknown_register;
+  };
+  static const std::vector<Work>& works();
+
   [[noreturn]] void throw_no_object(VarType var) const;
+  static unsigned long load(const unsigned long& word) {
+    return std::atomic_ref(const_cast<unsigned long&>(word)).load(std::memory_order_relaxed);
+  }
+  bool running() const {
+    return std::atomic_ref(const_cast<unsigned char&>(busy)).load(std::memory_order_relaxed) != 0;
+  }
+  void set_busy(bool on) { std::atomic_ref(busy).store(on ? 1 : 0, std::memory_order_relaxed); }
+  void release_string(VarType var);
+  void release_layers();
+  unsigned long graph_size(VarType var) const;
+
+  bool parse_operation(const std::string& line, unsigned long& pos);
+  bool parse_setting(const std::string& line, unsigned long& pos);
+  unsigned long parse_assignment(const std::string& line, unsigned long pos);
+  void run_line(const std::string& line);
+
+  double number(VarType var) const;
+  void store_number(VarType var, double value);
+  void step(VarType var, double amount);
+  unsigned long target(VarType var) const;
+  void branch(bool taken, VarType to);
+  void push(VarType var);
+  void pop(VarType var);
+  void exec_work();
+  void load_resource(VarType var);
+  void store_resource(VarType var);
+  void delete_resource(VarType var);
+  void require_file(VarType var) const;
+  void refuse_overwrite(VarType var, const char* message) const;
 
   NameTable<OpType> ops0;
   NameTable<OpType> ops1;

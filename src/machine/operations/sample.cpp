@@ -1,0 +1,8 @@
+#include "QZ/machine/vm.h"
+#include "QZ/support/unavailable.h"
+
+namespace QZ {
+
+void vm_t::sampleFunc() { not_available(); }
+
+}  // namespace QZ
