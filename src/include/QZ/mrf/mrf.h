@@ -6,7 +6,9 @@
 #include <cmath>
 #include <cstddef>
 #include <type_traits>
+#include <typeinfo>
 
+#include "QZ/bp/lbp.h"
 #include "QZ/graph/abstract_graph.h"
 #include "QZ/mrf/abstract_mrf.h"
 #include "QZ/support/conversions.h"
@@ -41,10 +43,14 @@ class MRF : public AbstractMRF<idx_t, val_t> {
   val_t* comp_gradient() override;
 
  private:
-  val_t fill_gradient(Range<std::size_t> entries);
-  val_t fill_rows(idx_t e, Range<std::size_t> entries);
-  static val_t difference(val_t q, val_t Z, val_t moment);
-  static val_t magnitude(val_t entry);
+  using Entries = Range<std::size_t>;
+
+  static bool is_lbp(const InferenceAlgorithm<idx_t, val_t>& engine);
+  std::size_t block_behind(std::size_t entry) const;
+  val_t fill_gradient(Entries entries, bool whole_edges);
+  val_t fill_entries(idx_t e, Entries entries);
+  val_t fill_block(idx_t e);
+  val_t store_difference(std::size_t i, val_t marginal);
 };
 
 template <class idx_t, class val_t>
@@ -65,9 +71,10 @@ template <class idx_t, class val_t>
 val_t* MRF<idx_t, val_t>::comp_gradient() {
   this->engine_->infer(0);
   const std::size_t n = static_cast<std::size_t>(this->dim);
+  const bool whole_edges = is_lbp(*this->engine_);
   val_t largest = 0;
 #pragma omp parallel shared(largest)
-  atomic_max(largest, fill_gradient(my_share<std::size_t>(n)));
+  atomic_max(largest, fill_gradient(my_share<std::size_t>(n), whole_edges));
   if constexpr (std::is_integral_v<val_t>) {
     // Entries compare as doubles, which 64-bit ones do not fit exactly.
     largest = saturating_cast<val_t>(static_cast<double>(largest));
@@ -76,26 +83,51 @@ val_t* MRF<idx_t, val_t>::comp_gradient() {
   return this->gradient;
 }
 
-/// Computes these entries, which may begin and end within a block. Returns their largest magnitude.
+/// Whether the engine is belief propagation as it is, with no accessor overridden.
 template <class idx_t, class val_t>
-val_t MRF<idx_t, val_t>::fill_gradient(Range<std::size_t> entries) {
+bool MRF<idx_t, val_t>::is_lbp(const InferenceAlgorithm<idx_t, val_t>& engine) {
+  if constexpr (std::is_integral_v<val_t>) {
+    return false;
+  } else {
+    return typeid(engine) == typeid(LBP<idx_t, val_t>);
+  }
+}
+
+/// The first edge whose block begins behind this entry.
+template <class idx_t, class val_t>
+std::size_t MRF<idx_t, val_t>::block_behind(std::size_t entry) const {
   const idx_t* offsets = this->engine_->weight_offsets;
   const std::size_t edges = this->graph->edges();
-  // The block with the first entry: an empty one is passed over, since its successor starts there.
-  std::size_t e =
-      static_cast<std::size_t>(std::upper_bound(offsets, offsets + edges, entries.begin) - offsets);
+  return static_cast<std::size_t>(std::upper_bound(offsets, offsets + edges, entry) - offsets);
+}
+
+/// Computes these entries, or the blocks that begin in them. Returns the largest magnitude.
+template <class idx_t, class val_t>
+val_t MRF<idx_t, val_t>::fill_gradient(Entries entries, bool whole_edges) {
+  const idx_t* offsets = this->engine_->weight_offsets;
   val_t largest = 0;
+  if (entries.begin == entries.end) return largest;
+  if (whole_edges) {
+    // An empty block begins where its successor does.
+    const std::size_t first = entries.begin == 0 ? 0 : block_behind(entries.begin - 1);
+    const std::size_t last = block_behind(entries.end - 1);
+    for (std::size_t e = first; e < last; ++e) {
+      largest = std::max(largest, fill_block(static_cast<idx_t>(e)));
+    }
+    return largest;
+  }
+  std::size_t e = block_behind(entries.begin) - 1;
   for (std::size_t i = entries.begin; i < entries.end; ++e) {
-    const std::size_t end = std::min(entries.end, static_cast<std::size_t>(offsets[e]));
-    if (i < end) largest = std::max(largest, fill_rows(static_cast<idx_t>(e - 1), {i, end}));
+    const std::size_t end = std::min(entries.end, static_cast<std::size_t>(offsets[e + 1]));
+    if (i < end) largest = std::max(largest, fill_entries(static_cast<idx_t>(e), {i, end}));
     i = end;
   }
   return largest;
 }
 
-/// Computes entries of one edge's block.
+/// Computes entries of one edge's block, one marginal after the other.
 template <class idx_t, class val_t>
-val_t MRF<idx_t, val_t>::fill_rows(idx_t e, Range<std::size_t> entries) {
+val_t MRF<idx_t, val_t>::fill_entries(idx_t e, Entries entries) {
   const auto [s, t] = endpoints(*this->graph, e);
   const idx_t columns = this->states[t];
   const std::size_t first = entries.begin - this->engine_->weight_offsets[e];
@@ -106,8 +138,11 @@ val_t MRF<idx_t, val_t>::fill_rows(idx_t e, Range<std::size_t> entries) {
     val_t q = 0;
     val_t Z = 0;
     this->engine_->edge_marginal(e, xs, xt, q, Z);
-    this->gradient[i] = difference(q, Z, this->emp[i]);
-    largest = std::max(largest, magnitude(this->gradient[i]));
+    if constexpr (std::is_integral_v<val_t>) {
+      largest = std::max(largest, store_difference(i, Z != 0 ? static_cast<val_t>(q / Z) : 0));
+    } else {
+      largest = std::max(largest, store_difference(i, q / Z));
+    }
     if (++xt == columns) {
       xt = 0;
       ++xs;
@@ -116,23 +151,29 @@ val_t MRF<idx_t, val_t>::fill_rows(idx_t e, Range<std::size_t> entries) {
   return largest;
 }
 
+/// Computes an edge's whole block.
 template <class idx_t, class val_t>
-val_t MRF<idx_t, val_t>::difference(val_t q, val_t Z, val_t moment) {
-  if constexpr (std::is_integral_v<val_t>) {
-    return wrapping_sub(Z != 0 ? static_cast<val_t>(q / Z) : val_t(0), moment);
-  } else {
-    const double marginal = static_cast<double>(q) / static_cast<double>(Z);
-    return static_cast<val_t>(-(static_cast<double>(moment) - marginal));
+val_t MRF<idx_t, val_t>::fill_block(idx_t e) {
+  val_t largest = 0;
+  if constexpr (!std::is_integral_v<val_t>) {
+    const std::size_t begin = this->engine_->weight_offsets[e];
+    const std::size_t end = this->engine_->weight_offsets[std::size_t{e} + 1];
+    static_cast<LBP<idx_t, val_t>*>(this->engine_)->edge_marginals(e, this->gradient + begin);
+    for (std::size_t i = begin; i < end; ++i) {
+      largest = std::max(largest, store_difference(i, this->gradient[i]));
+    }
   }
+  return largest;
 }
 
-/// Unsigned numbers are their own magnitude.
+/// Stores one entry and returns its magnitude. Unsigned numbers are their own.
 template <class idx_t, class val_t>
-val_t MRF<idx_t, val_t>::magnitude(val_t entry) {
+val_t MRF<idx_t, val_t>::store_difference(std::size_t i, val_t marginal) {
   if constexpr (std::is_integral_v<val_t>) {
-    return entry;
+    return this->gradient[i] = wrapping_sub(marginal, this->emp[i]);
   } else {
-    return std::abs(entry);
+    this->gradient[i] = -(this->emp[i] - marginal);
+    return std::abs(this->gradient[i]);
   }
 }
 
