@@ -1,0 +1,72 @@
+#pragma once
+
+/// MODEL: the container for the current table and graph.
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+#include "QZ/data/categorical_data.h"
+#include "QZ/graph/abstract_graph.h"
+#include "QZ/io/model_container.h"
+#include "QZ/machine/operations/stats.h"
+#include "QZ/machine/values.h"
+#include "QZ/machine/vm.h"
+#include "QZ/support/conversions.h"
+#include "QZ/support/unavailable.h"
+
+namespace QZ {
+
+/// Whether the number in `REP` or a container names a decay over time.
+constexpr bool decays_over_time(unsigned long reparam) {
+  return reparam >= static_cast<unsigned long>(ReparamType::STLINEAR) &&
+         reparam <= static_cast<unsigned long>(ReparamType::STINVEXPONENTIAL);
+}
+
+/// Sets state counts, parameter count, names and zero weights of a container with a graph: vertex v
+/// is column v of the table. Asserts "col<n+H" for a vertex without a column.
+template <class idx_t, class val_t>
+void describe_columns(IO<idx_t, val_t>& model, const CategoricalData& data) {
+  const idx_t n = model.graph->vertices();
+  model.states = new idx_t[n];
+  for (idx_t v = 0; v < n; ++v) model.states[v] = wrapping_cast<idx_t>(data.categories(v));
+  model.dim = calcDim(*model.graph, model.states);
+  model.vertexNames = data.columnNames();
+  model.categoryLists = new std::vector<std::vector<std::string>*>;
+  for (unsigned long c = 0; c < data.n + data.H; ++c) {
+    model.categoryLists->push_back(nullptr);
+    model.categoryLists->back() = new std::vector<std::string>(*data.categoryNames(c));
+  }
+  model.weights = new val_t[model.dim]();
+}
+
+template <class idx_t, class val_t>
+void vm_t::modelFunc0() {
+  auto& data = *require_object<CategoricalData>(VarType::DPT);
+  auto* graph = require_object<AbstractGraph<idx_t>>(VarType::GPT);
+  switch (static_cast<GraphType>(wrapping_cast<unsigned char>(get(VarType::GRA)))) {
+    case GraphType::CHOWLIU:
+    case GraphType::ELEMGM:
+    case GraphType::CLIQUES:
+    case GraphType::RNDCLIQUES:
+      not_available();
+    default:
+      break;
+  }
+  if (decays_over_time(get(VarType::REP))) not_available();
+
+  auto& model = *new IO<idx_t, val_t>;
+  set(VarType::MPT, static_cast<void*>(&model));
+  model.graph = graph;
+  describe_columns(model, data);
+  model.graphType = wrapping_cast<idx_t>(get(VarType::GRA));
+  model.slices = wrapping_cast<idx_t>(get(VarType::TXX));
+  model.reparam = wrapping_cast<idx_t>(get(VarType::REP));
+  model.samples = wrapping_cast<idx_t>(std::max(data.N, 1ul));
+  model.layerText = convertList(object<std::vector<unsigned long>>(VarType::LPT));
+  count_into(model, data, *graph, *rng);
+  set(VarType::RES, -1.0);
+  set(VarType::GPT, static_cast<void*>(model.graph));
+}
+
+}  // namespace QZ
