@@ -34,7 +34,7 @@ class Door {
   /// The block of marginals in `PPT`.
   const double* marginals() const { return reinterpret_cast<const double*>(word("PPT")); }
 
- private:
+ protected:
   void* ctx_;
 };
 
