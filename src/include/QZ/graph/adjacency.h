@@ -6,12 +6,13 @@
 #include <cstdlib>
 #include <fstream>
 #include <istream>
-#include <limits>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "QZ/graph/fitting_count.h"
 
 namespace QZ {
 
@@ -37,7 +38,6 @@ inline std::vector<std::string> split_cells(const std::string& line, char separa
 /// what the standard conversion throws. On failure the arguments are unchanged.
 template <class idx_t>
 void adjFromCSV(std::istream& in, idx_t*& A, idx_t& n, idx_t& m, const char& separator) {
-  constexpr std::size_t limit = std::numeric_limits<idx_t>::max();
   std::vector<std::pair<std::size_t, std::size_t>> edges;
   std::size_t columns = 0;
   std::size_t row = 0;
@@ -60,16 +60,15 @@ void adjFromCSV(std::istream& in, idx_t*& A, idx_t& n, idx_t& m, const char& sep
     ++row;
   }
   if (in.bad()) throw std::logic_error("cannot read graph");
-  if (columns > limit || edges.size() > limit) {
-    throw std::logic_error("the index type is too narrow for this graph");
-  }
+  const idx_t vertex_count = fitting_count<idx_t>(columns);
+  const idx_t edge_count = fitting_count<idx_t>(edges.size());
   auto* matrix =
       static_cast<idx_t*>(std::calloc(columns == 0 ? 1 : columns * columns, sizeof(idx_t)));
   if (matrix == nullptr) throw std::bad_alloc();
   for (const auto& [r, c] : edges) matrix[r * columns + c] = matrix[c * columns + r] = 1;
   A = matrix;
-  n = static_cast<idx_t>(columns);
-  m = static_cast<idx_t>(edges.size());
+  n = vertex_count;
+  m = edge_count;
 }
 
 /// Reads adjacency text from a file. Throws logic_error "cannot read graph" if it cannot be read.

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "QZ/comb/subsets.h"
+#include "QZ/graph/fitting_count.h"
 #include "QZ/graph/graph.h"
 #include "QZ/support/parallel.h"
 #include "QZ/support/progress.h"
@@ -19,7 +20,7 @@ class Kn : public Graph<idx_t> {
   explicit Kn(const idx_t& n, ProgressCallback progress = nullptr) {
     this->n = n;
     const unsigned __int128 vertices = n;
-    this->allocateEdges(n == 0 ? 0 : this->fitting_count(vertices * (vertices - 1) / 2));
+    this->allocateEdges(n == 0 ? 0 : fitting_count<idx_t>(vertices * (vertices - 1) / 2));
     const Progress report{progress, "GRAPH"};
     std::atomic<std::size_t> done = 0;
 #pragma omp parallel

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <limits>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -130,15 +129,6 @@ class Graph : public AbstractGraph<idx_t> {
   void setEdge(std::size_t e, std::size_t s, std::size_t t) {
     edgeList[2 * e] = static_cast<idx_t>(s);
     edgeList[2 * e + 1] = static_cast<idx_t>(t);
-  }
-
-  /// A count of vertices or edges as `idx_t`. Throws logic_error if they cannot be numbered in it:
-  /// the lists would be shorter than what is written to them.
-  static idx_t fitting_count(unsigned __int128 count) {
-    if (count > std::numeric_limits<idx_t>::max()) {
-      throw std::logic_error("the index type is too narrow for this graph");
-    }
-    return static_cast<idx_t>(count);
   }
 
   /// Fills the incidence table by counting sort over the edges, which are read through the virtual

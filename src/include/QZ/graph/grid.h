@@ -1,5 +1,6 @@
 #pragma once
 
+#include "QZ/graph/fitting_count.h"
 #include "QZ/graph/graph.h"
 
 namespace QZ {
@@ -12,8 +13,8 @@ class Grid : public Graph<idx_t> {
   /// A lattice with `side` rows. Throws logic_error if `idx_t` cannot number its edges.
   explicit Grid(const idx_t& side) {
     const unsigned __int128 s = side;
-    this->n = this->fitting_count(s * s);
-    this->allocateEdges(side == 0 ? 0 : this->fitting_count(2 * s * (s - 1)));
+    this->n = fitting_count<idx_t>(s * s);
+    this->allocateEdges(side == 0 ? 0 : fitting_count<idx_t>(2 * s * (s - 1)));
     std::size_t next = 0;
     for (std::size_t v = 0; v < this->n; ++v) {
       if (v + side < this->n) this->setEdge(next++, v, v + side);

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "QZ/graph/fitting_count.h"
 #include "QZ/graph/graph.h"
 
 namespace QZ {
@@ -17,10 +18,10 @@ class RBMGraph : public Graph<idx_t> {
     idx_t vertices = 0;
     idx_t edges = 0;
     for (std::size_t i = 0; i < layers.size(); ++i) {
-      vertices = this->fitting_count(static_cast<unsigned __int128>(vertices) + layers[i]);
+      vertices = fitting_count<idx_t>(static_cast<unsigned __int128>(vertices) + layers[i]);
       if (i == 0) continue;
       const auto joined = static_cast<unsigned __int128>(layers[i - 1]) * layers[i];
-      edges = this->fitting_count(joined + edges);
+      edges = fitting_count<idx_t>(joined + edges);
     }
     this->n = vertices;
     this->allocateEdges(edges);
