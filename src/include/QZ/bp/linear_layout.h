@@ -1,0 +1,139 @@
+#pragma once
+
+/// How the linear form of propagation arranges a model: by receiving vertex, so that a thread that
+/// owns a vertex writes its messages and its belief, and nobody else's, in one stream.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+#include "QZ/graph/abstract_graph.h"
+#include "QZ/support/parallel.h"
+
+namespace QZ {
+
+/// One directed message. Its own entries follow those of the slot before.
+struct LinearSlot {
+  /// First entry of the message that goes the other way.
+  std::uint32_t reverse;
+  /// First belief entry of the sender, and its state count.
+  std::uint32_t belief;
+  std::uint32_t states;
+  /// Whether the sender is clamped in the current inference, so that the message never changes.
+  std::uint32_t constant;
+};
+
+/// The slots of a graph, vertex after vertex in the order of `in_edge`. Does not change while the
+/// graph and the state counts do not; only the `constant` marks belong to one inference.
+struct LinearLayout {
+  std::vector<LinearSlot> slots;
+  /// Number of the message that a slot stands for, 2e for the one to the second endpoint of e and
+  /// 2e + 1 for the one to the first; and the slot of each number.
+  std::vector<std::uint32_t> message_of_slot;
+  std::vector<std::uint32_t> slot_of_message;
+  /// First entry of a slot's matrix, which has one row per sender state.
+  std::vector<std::size_t> matrix;
+  /// First slot, message entry and belief entry of each vertex, and the totals behind them.
+  std::vector<std::uint32_t> first_slot;
+  std::vector<std::uint32_t> first_entry;
+  std::vector<std::uint32_t> first_belief;
+  /// Work up to each vertex, in units of one product.
+  std::vector<std::size_t> work;
+  std::size_t matrix_entries = 0;
+  /// The state count that all vertices share, 0 if they differ.
+  std::uint32_t uniform_states = 0;
+
+  std::size_t vertices() const { return first_slot.size() - 1; }
+  std::size_t message_entries() const { return first_entry.back(); }
+  std::uint32_t states(std::size_t v) const { return first_belief[v + 1] - first_belief[v]; }
+
+  /// Contiguous vertices with about the same work for each thread.
+  Range<std::size_t> share(int thread, int threads) const {
+    return {boundary(thread, threads), boundary(thread + 1, threads)};
+  }
+
+  /// Whether the arrangement can hold the model: every vertex has a state, no edge is a loop, and
+  /// all numbers fit 32 bits.
+  template <class idx_t>
+  static bool suits(const AbstractGraph<idx_t>& graph, const idx_t* states);
+
+  template <class idx_t>
+  LinearLayout(const AbstractGraph<idx_t>& graph, const idx_t* states);
+
+ private:
+  std::size_t boundary(int thread, int threads) const {
+    if (thread == threads) return vertices();
+    const std::size_t target =
+        work.back() / static_cast<std::size_t>(threads) * static_cast<std::size_t>(thread);
+    return static_cast<std::size_t>(std::lower_bound(work.begin(), work.end() - 1, target) -
+                                    work.begin());
+  }
+};
+
+template <class idx_t>
+bool LinearLayout::suits(const AbstractGraph<idx_t>& graph, const idx_t* states) {
+  constexpr std::size_t limit = std::numeric_limits<std::uint32_t>::max() / 2;
+  std::size_t entries = 0;
+  for (std::size_t v = 0; v < graph.vertices(); ++v) {
+    if (states[v] == 0) return false;
+    entries += states[v];
+    if (entries > limit) return false;
+  }
+  for (idx_t e = 0; e < graph.edges(); ++e) {
+    const auto [s, t] = endpoints(graph, e);
+    if (s == t) return false;
+    entries += std::size_t{states[s]} + states[t];
+    if (entries > limit) return false;
+  }
+  return true;
+}
+
+template <class idx_t>
+LinearLayout::LinearLayout(const AbstractGraph<idx_t>& graph, const idx_t* states) {
+  // A matrix costs its products, and a message some overhead per entry beside them.
+  constexpr std::size_t entry_work = 8;
+  const std::size_t n = graph.vertices();
+  const std::size_t messages = 2 * std::size_t{graph.edges()};
+  slots.reserve(messages);
+  slot_of_message.resize(messages);
+  std::vector<std::uint32_t> entry_of_message(messages);
+  first_slot.push_back(0);
+  first_entry.push_back(0);
+  first_belief.push_back(0);
+  work.push_back(0);
+  uniform_states = n > 0 ? static_cast<std::uint32_t>(states[0]) : 0;
+  for (std::size_t v = 0; v < n; ++v) {
+    if (states[v] != uniform_states) uniform_states = 0;
+    first_belief.push_back(first_belief.back() + static_cast<std::uint32_t>(states[v]));
+  }
+  std::uint32_t entry = 0;
+  for (idx_t v = 0; v < n; ++v) {
+    const std::uint32_t count = static_cast<std::uint32_t>(states[v]);
+    std::size_t cost = entry_work;
+    const idx_t degree = graph.num_neighbors(v);
+    for (idx_t j = 0; j < degree; ++j) {
+      const idx_t e = graph.in_edge(v, j);
+      const auto [s, t] = endpoints(graph, e);
+      const std::size_t message = 2 * std::size_t{e} + (v == t ? 0 : 1);
+      const std::size_t sender = v == t ? s : t;
+      slot_of_message[message] = static_cast<std::uint32_t>(slots.size());
+      entry_of_message[message] = entry;
+      message_of_slot.push_back(static_cast<std::uint32_t>(message));
+      matrix.push_back(matrix_entries);
+      slots.push_back({0, first_belief[sender], static_cast<std::uint32_t>(states[sender]), 0});
+      matrix_entries += std::size_t{states[sender]} * count;
+      cost += (std::size_t{states[sender]} + entry_work) * count;
+      entry += count;
+    }
+    first_slot.push_back(static_cast<std::uint32_t>(slots.size()));
+    first_entry.push_back(entry);
+    work.push_back(work.back() + cost);
+  }
+  for (std::size_t k = 0; k < slots.size(); ++k) {
+    slots[k].reverse = entry_of_message[message_of_slot[k] ^ 1];
+  }
+}
+
+}  // namespace QZ
