@@ -7,6 +7,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "support/plain_table.h"
 #include "support/temp_file.h"
 
 namespace {
@@ -15,31 +16,11 @@ using QZ::CategoricalData;
 using testing::ElementsAre;
 using Lists = std::vector<std::vector<std::string>*>;
 
-/// A table that tests fill by hand.
-class PlainData : public CategoricalData {
- public:
-  using CategoricalData::CategoricalData;
-  using CategoricalData::read;
-  void read(std::istream&) override {}
-
-  void fill(unsigned long rows, unsigned long columns, unsigned long states,
-            const std::vector<unsigned short>& cells) {
-    N = rows;
-    n = columns;
-    data = new unsigned short[rows * columns];
-    std::copy(cells.begin(), cells.end(), data);
-    added.assign(columns, false);
-    if (fixedCategories) return;
-    for (unsigned long c = 0; c < (sharedCategories ? 1 : columns); ++c) {
-      grow_tables(c);
-      set_decimal_names(c, states);
-    }
-  }
-};
+using PlainData = qz_test::PlainTable;
 
 std::unique_ptr<PlainData> two_by_two(bool header = false, bool shared = false) {
-  auto table = std::make_unique<PlainData>(header, '?', shared, nullptr);
-  table->fill(2, 2, 3, {0, 1, 2, 65535});
+  auto table = std::make_unique<PlainData>(header, shared);
+  table->fill(2, {3, 3}, {0, 1, 2, 65535});
   if (header) table->columnHeaders = {"a", "b"};
   return table;
 }
@@ -83,7 +64,7 @@ TEST(CategoricalData, ARepeatedNameMeansItsLaterPlace) {
   std::vector<std::string> names{"x", "y", "x"};
   Lists lists{&names};
   PlainData table(false, '?', false, &lists);
-  table.fill(1, 1, 0, {0});
+  table.fill(1, {0}, {0});
   EXPECT_EQ(table.categoryMaps[0]->at("x"), 2u);
   EXPECT_EQ(table.categoryLists[0]->size(), 3u);
   EXPECT_EQ(table.categories(0), 2u);
@@ -138,7 +119,7 @@ TEST(CategoricalData, FixedCategoriesCoverHiddenColumnsToo) {
   std::vector<std::string> visible{"x"}, latent{"Y0", "Y1"};
   Lists lists{&visible, &latent};
   PlainData table(false, '?', false, &lists);
-  table.fill(1, 1, 0, {0});
+  table.fill(1, {0}, {0});
   table.addColumns(1, 9);
   EXPECT_EQ(table.categoryMaps.size(), 2u);
   EXPECT_EQ(table.categories(1), 2u);
@@ -155,7 +136,7 @@ TEST(CategoricalData, SharedCategoriesServeEveryColumn) {
 
 TEST(CategoricalData, MissingHasANameInAColumnWithoutCategories) {
   PlainData table(false, '!', false, nullptr);
-  table.fill(1, 1, 0, {65535});
+  table.fill(1, {0}, {65535});
   EXPECT_EQ(table.categoryName(0, 65535), "!");
   EXPECT_EQ(table.getString(0, 0), "!");
 }
