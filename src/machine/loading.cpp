@@ -53,7 +53,7 @@ class StateNames {
     made_.resize(vertices);
     for (std::size_t v = 0; v < vertices; ++v) {
       for (std::size_t x = 0; x < model.states[v]; ++x) {
-        made_[v].push_back("Y" + std::to_string(x));
+        made_[v].emplace_back("Y").append(std::to_string(x));
       }
       pointers_.push_back(&made_[v]);
     }
