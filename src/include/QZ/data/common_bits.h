@@ -67,10 +67,10 @@ inline BitCounting bit_counting() {
   static const BitCounting chosen = [] {
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vpopcntdq")) {
-      return BitCounting{common_bits_avx512, 24};
+      return BitCounting{common_bits_avx512, 18};
     }
-    if (__builtin_cpu_supports("popcnt")) return BitCounting{common_bits_popcnt, 12};
-    return BitCounting{common_bits_portable, 8};
+    if (__builtin_cpu_supports("popcnt")) return BitCounting{common_bits_popcnt, 10};
+    return BitCounting{common_bits_portable, 6};
   }();
   return chosen;
 }
@@ -78,7 +78,7 @@ inline BitCounting bit_counting() {
 #else
 
 /// The choice for this machine.
-inline BitCounting bit_counting() { return {common_bits_portable, 8}; }
+inline BitCounting bit_counting() { return {common_bits_portable, 6}; }
 
 #endif
 
