@@ -30,7 +30,9 @@ struct CliqueForest {
 
 /// A vertex and its remaining neighbours lie in a clique met before exactly if an earlier place,
 /// whose first remaining neighbour the vertex is, had just one neighbour more: no clique need be
-/// searched. Source: Blair and Peyton 1993, An introduction to chordal graphs and clique trees.
+/// searched.
+///
+/// Source: Blair and Peyton 1993, An introduction to chordal graphs and clique trees.
 template <class idx_t>
 CliqueForest<idx_t> collect_cliques(const Elimination<idx_t>& eliminated) {
   constexpr std::size_t none = ~std::size_t(0);

@@ -55,8 +55,9 @@ class SearchFront {
 ///
 /// The rule for equals is what a stable sort leaves in front when its comparison also holds for
 /// equal elements: each merge then takes the later of two equals first, which turns the ascending
-/// vertex numbers of equals round. Source: Tarjan and Yannakakis 1984, Simple linear-time
-/// algorithms to test chordality of graphs.
+/// vertex numbers of equals round.
+///
+/// Source: Tarjan and Yannakakis 1984, Simple linear-time algorithms to test chordality of graphs.
 template <class idx_t>
 void MCS(idx_t* order, const AbstractGraph<idx_t>* const& graph) {
   const idx_t n = graph->vertices();
@@ -85,10 +86,12 @@ struct Elimination {
 
 /// Eliminates along a maximum cardinality search.
 ///
-/// The neighbours that remain at a place are those of the graph, together with what the places
-/// whose first remaining neighbour this is left over: linear in the size of the result but for the
-/// sorting. Source: George and Liu 1980, An optimal algorithm for symbolic factorization of
-/// symmetric matrices.
+/// The neighbours that remain at a place are those of the graph, together with the others that
+/// remained at the places whose first remaining neighbour this one is. All but linear in the size
+/// of the result.
+///
+/// Source: George and Liu 1980, An optimal algorithm for symbolic factorization of symmetric
+/// matrices.
 template <class idx_t>
 Elimination<idx_t> eliminate(const AbstractGraph<idx_t>& graph) {
   const idx_t n = graph.vertices();
@@ -99,23 +102,21 @@ Elimination<idx_t> eliminate(const AbstractGraph<idx_t>& graph) {
   std::vector<idx_t> place(n);
   for (idx_t k = 0; k < n; ++k) place[result.order[k]] = k;
 
-  std::vector<idx_t> found_at(n, all_ones<idx_t>);
+  for (idx_t e = 0; e < graph.edges(); ++e) {
+    const auto [s, t] = endpoints(graph, e);
+    const auto [k, other] = std::minmax(place[s], place[t]);
+    if (k != other) result.later[k].push_back(other);
+  }
+
   std::vector<std::vector<idx_t>> children(n);
   for (idx_t k = 0; k < n; ++k) {
     std::vector<idx_t>& later = result.later[k];
-    const auto find = [&](idx_t other) {
-      if (other <= k || found_at[other] == k) return;
-      found_at[other] = k;
-      later.push_back(other);
-    };
-    const idx_t v = result.order[k];
-    const idx_t degree = graph.num_neighbors(v);
-    for (idx_t i = 0; i < degree; ++i) {
-      const auto [s, t] = endpoints(graph, graph.in_edge(v, i));
-      find(place[s == v ? t : s]);
+    for (idx_t child : children[k]) {
+      const std::vector<idx_t>& left = result.later[child];
+      later.insert(later.end(), left.begin() + 1, left.end());
     }
-    for (idx_t child : children[k]) std::ranges::for_each(result.later[child], find);
     std::ranges::sort(later);
+    later.erase(std::unique(later.begin(), later.end()), later.end());
     if (!later.empty()) children[later.front()].push_back(k);
   }
   return result;

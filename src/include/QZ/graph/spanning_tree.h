@@ -65,8 +65,9 @@ class SpanningForest {
 /// Sets `tree` to a row-major vertices-by-vertices matrix from malloc that holds 1 at (s, t) and
 /// (t, s) for each edge of the tree; the caller frees it. `weights` has one entry per edge. Edges
 /// of equal weight come in the order in which `std::sort` leaves them. Throws logic_error if a
-/// weight is not a number, since no order can hold it. Source: Kruskal 1956, On the shortest
-/// spanning subtree of a graph.
+/// weight is not a number, since no order can hold it.
+///
+/// Source: Kruskal 1956, On the shortest spanning subtree of a graph.
 template <class idx_t, class weight_t, bool maximum>
 void MWST(idx_t*& tree, const AbstractGraph<idx_t>* const& graph, const weight_t* weights) {
   const std::size_t n = graph->vertices();
