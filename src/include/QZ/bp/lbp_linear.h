@@ -63,7 +63,7 @@ void LBP<idx_t, val_t>::show_messages(Range<std::size_t> vertices) {
       val_t* shown = messages + this->message_offsets[layout.message_of_slot[k]];
       std::copy(incoming, incoming + states[v], shown);
       std::copy(incoming, incoming + states[v], shown + this->message_count);
-      incoming += states[v];
+      incoming += layout.stride(v);
     }
   }
 }
@@ -74,11 +74,12 @@ val_t LBP<idx_t, val_t>::show_vertex(idx_t v, val_t* scratch) {
   const LinearLayout& layout = linear_->layout();
   const std::size_t count = states[v];
   const std::size_t degree = layout.first_slot[std::size_t{v} + 1] - layout.first_slot[v];
+  const std::size_t stride = layout.stride(v);
   const val_t* incoming = linear_->log_messages(v);
   val_t* belief = beliefs + belief_offsets[v];
   std::fill_n(belief, count, val_t(0));
   for (std::size_t j = 0; j < degree; ++j) {
-    for (std::size_t x = 0; x < count; ++x) belief[x] += incoming[j * count + x];
+    for (std::size_t x = 0; x < count; ++x) belief[x] += incoming[j * stride + x];
   }
   val_t sum = 0;
   for (std::size_t x = 0; x < count; ++x) sum += belief[x];
@@ -136,10 +137,11 @@ val_t LBP<idx_t, val_t>::show_edge(idx_t e, val_t* scratch) {
 
   exp_all(a, exp_a, table.rows + table.columns);
   const val_t* potential = linear_->potential(e);
+  const std::size_t stride = linear_->layout().stride(endpoints(*graph, e).t);
   val_t z = 0;
   val_t weighted = 0;
   for (std::size_t x = 0; x < table.rows; ++x) {
-    const val_t* row = potential + x * table.columns;
+    const val_t* row = potential + x * stride;
     val_t row_sum = 0;
     val_t row_weighted = 0;
     for (std::size_t y = 0; y < table.columns; ++y) {

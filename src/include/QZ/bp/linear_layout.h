@@ -9,6 +9,7 @@
 #include <limits>
 #include <vector>
 
+#include "QZ/bp/message_kernels.h"
 #include "QZ/graph/abstract_graph.h"
 #include "QZ/support/parallel.h"
 
@@ -27,27 +28,30 @@ struct LinearSlot {
 
 /// The slots of a graph, vertex after vertex in the order of `in_edge`. Does not change while the
 /// graph and the state counts do not; only the `constant` marks belong to one inference.
+///
+/// The entries of a belief or a message take up a whole number of packs, `stride(v)` places for
+/// states[v] entries. The matrix of a slot has one row of stride(receiver) places per sender state.
 struct LinearLayout {
   std::vector<LinearSlot> slots;
+  /// The vertex that sends the message of a slot.
+  std::vector<std::uint32_t> sender;
   /// Number of the message that a slot stands for, 2e for the one to the second endpoint of e and
-  /// 2e + 1 for the one to the first; and the slot of each number.
+  /// 2e + 1 for the one to the first; and, by that number, the first entry of its matrix.
   std::vector<std::uint32_t> message_of_slot;
-  std::vector<std::uint32_t> slot_of_message;
-  /// First entry of a slot's matrix, which has one row per sender state.
-  std::vector<std::size_t> matrix;
-  /// First slot, message entry and belief entry of each vertex, and the totals behind them.
+  std::vector<std::size_t> matrix_of_message;
+  std::vector<std::uint32_t> states;
+  /// First slot, message entry, belief entry and matrix entry of each vertex, and the totals.
   std::vector<std::uint32_t> first_slot;
   std::vector<std::uint32_t> first_entry;
   std::vector<std::uint32_t> first_belief;
+  std::vector<std::size_t> first_matrix;
   /// Work up to each vertex, in units of one product.
   std::vector<std::size_t> work;
-  std::size_t matrix_entries = 0;
   /// The state count that all vertices share, 0 if they differ.
   std::uint32_t uniform_states = 0;
 
-  std::size_t vertices() const { return first_slot.size() - 1; }
-  std::size_t message_entries() const { return first_entry.back(); }
-  std::uint32_t states(std::size_t v) const { return first_belief[v + 1] - first_belief[v]; }
+  std::size_t vertices() const { return states.size(); }
+  std::size_t stride(std::size_t v) const { return first_belief[v + 1] - first_belief[v]; }
 
   /// Contiguous vertices with about the same work for each thread.
   Range<std::size_t> share(int thread, int threads) const {
@@ -60,7 +64,7 @@ struct LinearLayout {
   static bool suits(const AbstractGraph<idx_t>& graph, const idx_t* states);
 
   template <class idx_t>
-  LinearLayout(const AbstractGraph<idx_t>& graph, const idx_t* states);
+  LinearLayout(const AbstractGraph<idx_t>& graph, const idx_t* counts);
 
  private:
   std::size_t boundary(int thread, int threads) const {
@@ -74,63 +78,72 @@ struct LinearLayout {
 
 template <class idx_t>
 bool LinearLayout::suits(const AbstractGraph<idx_t>& graph, const idx_t* states) {
-  constexpr std::size_t limit = std::numeric_limits<std::uint32_t>::max() / 2;
+  constexpr std::size_t limit = std::numeric_limits<std::uint32_t>::max();
   std::size_t entries = 0;
   for (std::size_t v = 0; v < graph.vertices(); ++v) {
     if (states[v] == 0) return false;
-    entries += states[v];
+    entries += padded_length(states[v]);
     if (entries > limit) return false;
   }
+  entries = 0;
   for (idx_t e = 0; e < graph.edges(); ++e) {
     const auto [s, t] = endpoints(graph, e);
     if (s == t) return false;
-    entries += std::size_t{states[s]} + states[t];
+    entries += padded_length(states[s]) + padded_length(states[t]);
     if (entries > limit) return false;
   }
   return true;
 }
 
 template <class idx_t>
-LinearLayout::LinearLayout(const AbstractGraph<idx_t>& graph, const idx_t* states) {
+LinearLayout::LinearLayout(const AbstractGraph<idx_t>& graph, const idx_t* counts)
+    : states(counts, counts + graph.vertices()) {
   // A matrix costs its products, and a message some overhead per entry beside them.
   constexpr std::size_t entry_work = 8;
-  const std::size_t n = graph.vertices();
   const std::size_t messages = 2 * std::size_t{graph.edges()};
   slots.reserve(messages);
-  slot_of_message.resize(messages);
-  std::vector<std::uint32_t> entry_of_message(messages);
-  first_slot.push_back(0);
-  first_entry.push_back(0);
-  first_belief.push_back(0);
-  work.push_back(0);
-  uniform_states = n > 0 ? static_cast<std::uint32_t>(states[0]) : 0;
-  for (std::size_t v = 0; v < n; ++v) {
-    if (states[v] != uniform_states) uniform_states = 0;
-    first_belief.push_back(first_belief.back() + static_cast<std::uint32_t>(states[v]));
+  matrix_of_message.resize(messages);
+  uniform_states = states.empty() ? 0 : states[0];
+  for (const std::uint32_t count : states) {
+    if (count != uniform_states) uniform_states = 0;
   }
+  const auto length = [this](std::size_t count) {
+    return static_cast<std::uint32_t>(uniform_states == 2 ? 2 : padded_length(count));
+  };
+  first_belief.push_back(0);
+  for (const std::uint32_t count : states)
+    first_belief.push_back(first_belief.back() + length(count));
+  std::vector<std::uint32_t> entry_of_message(messages);
   std::uint32_t entry = 0;
-  for (idx_t v = 0; v < n; ++v) {
-    const std::uint32_t count = static_cast<std::uint32_t>(states[v]);
-    std::size_t cost = entry_work;
+  std::size_t matrix = 0;
+  std::size_t done = 0;
+  const auto begin_vertex = [&] {
+    first_slot.push_back(static_cast<std::uint32_t>(slots.size()));
+    first_entry.push_back(entry);
+    first_matrix.push_back(matrix);
+    work.push_back(done);
+  };
+  for (idx_t v = 0; v < graph.vertices(); ++v) {
+    begin_vertex();
+    done += entry_work;
+    const std::size_t row = stride(v);
     const idx_t degree = graph.num_neighbors(v);
     for (idx_t j = 0; j < degree; ++j) {
       const idx_t e = graph.in_edge(v, j);
       const auto [s, t] = endpoints(graph, e);
       const std::size_t message = 2 * std::size_t{e} + (v == t ? 0 : 1);
-      const std::size_t sender = v == t ? s : t;
-      slot_of_message[message] = static_cast<std::uint32_t>(slots.size());
+      const idx_t from = v == t ? s : t;
       entry_of_message[message] = entry;
+      matrix_of_message[message] = matrix;
       message_of_slot.push_back(static_cast<std::uint32_t>(message));
-      matrix.push_back(matrix_entries);
-      slots.push_back({0, first_belief[sender], static_cast<std::uint32_t>(states[sender]), 0});
-      matrix_entries += std::size_t{states[sender]} * count;
-      cost += (std::size_t{states[sender]} + entry_work) * count;
-      entry += count;
+      sender.push_back(static_cast<std::uint32_t>(from));
+      slots.push_back({0, first_belief[from], states[from], 0});
+      matrix += states[from] * row;
+      done += (states[from] + entry_work) * row;
+      entry += static_cast<std::uint32_t>(row);
     }
-    first_slot.push_back(static_cast<std::uint32_t>(slots.size()));
-    first_entry.push_back(entry);
-    work.push_back(work.back() + cost);
   }
+  begin_vertex();
   for (std::size_t k = 0; k < slots.size(); ++k) {
     slots[k].reverse = entry_of_message[message_of_slot[k] ^ 1];
   }

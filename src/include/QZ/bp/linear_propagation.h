@@ -54,9 +54,12 @@ class LinearPropagation {
   void take_logarithms();
 
   const LinearLayout& layout() const { return layout_; }
-  /// The exponentials of the weights of edge e, row-major with one row per state of its first end.
-  const val_t* potential(std::size_t e) const { return potentials_.data() + matrix_of(2 * e); }
-  /// The log messages to vertex v, slot after slot.
+  /// The exponentials of the weights of edge e: one row per state of its first end, each as long as
+  /// the stride of its second end.
+  const val_t* potential(std::size_t e) const {
+    return potentials_.data() + layout_.matrix_of_message[2 * e];
+  }
+  /// The log messages to vertex v, slot after slot, each as long as the stride of v.
   const val_t* log_messages(std::size_t v) const {
     return messages_[1 - current_].data() + layout_.first_entry[v];
   }
@@ -73,9 +76,6 @@ class LinearPropagation {
     WeightBounds<val_t> bounds;
   };
 
-  std::size_t matrix_of(std::size_t message) const {
-    return layout_.matrix[layout_.slot_of_message[message]];
-  }
   void exponentiate(const Model& model, WeightBounds<val_t>& bounds);
   void start_vertex(const Model& model, const val_t* observed, std::size_t v);
   void constant_message(const Model& model, val_t x, std::size_t message, val_t* out) const;
@@ -88,20 +88,20 @@ class LinearPropagation {
   std::vector<val_t> beliefs_[2];
   int current_ = 0;
   BeliefBounds<val_t> belief_bounds_;
-  std::size_t largest_count_ = 1;
+  std::size_t largest_stride_ = 1;
   std::vector<Report> reports_;
   std::vector<std::vector<val_t>> scratch_;
 };
 
 template <class idx_t, class val_t>
 LinearPropagation<idx_t, val_t>::LinearPropagation(const Model& model)
-    : layout_(*model.graph, model.states), potentials_(layout_.matrix_entries) {
+    : layout_(*model.graph, model.states), potentials_(layout_.first_matrix.back()) {
   for (int generation : {0, 1}) {
-    messages_[generation].resize(layout_.message_entries());
+    messages_[generation].resize(layout_.first_entry.back());
     beliefs_[generation].resize(layout_.first_belief.back());
   }
   for (std::size_t v = 0; v < layout_.vertices(); ++v) {
-    largest_count_ = std::max<std::size_t>(largest_count_, layout_.states(v));
+    largest_stride_ = std::max(largest_stride_, layout_.stride(v));
   }
 }
 
@@ -110,7 +110,7 @@ void LinearPropagation<idx_t, val_t>::begin() {
   reports_.assign(static_cast<std::size_t>(omp_get_max_threads()), Report{});
   scratch_.resize(reports_.size());
   // Padded, so that the ends of two threads' entries share no cache line.
-  for (auto& scratch : scratch_) scratch.resize(largest_count_ + 128 / sizeof(val_t));
+  for (auto& scratch : scratch_) scratch.resize(largest_stride_ + 128 / sizeof(val_t));
   current_ = 0;
 }
 
@@ -161,11 +161,21 @@ void LinearPropagation<idx_t, val_t>::exponentiate(const Model& model,
     const std::size_t columns = model.states[t];
     const val_t* block = model.weights + model.weight_offsets[e];
     bounds.add_block(block, rows * columns, std::max(rows, columns));
-    val_t* forward = potentials_.data() + matrix_of(2 * e);
-    val_t* backward = potentials_.data() + matrix_of(2 * e + 1);
-    exp_all(block, forward, rows * columns);
+    val_t* forward = potentials_.data() + layout_.matrix_of_message[2 * e];
+    val_t* backward = potentials_.data() + layout_.matrix_of_message[2 * e + 1];
+    const std::size_t forward_row = layout_.stride(t);
+    const std::size_t backward_row = layout_.stride(s);
+    if (forward_row == columns) {
+      exp_all(block, forward, rows * columns);
+    } else {
+      for (std::size_t x = 0; x < rows; ++x) {
+        exp_all(block + x * columns, forward + x * forward_row, columns);
+      }
+    }
     for (std::size_t x = 0; x < rows; ++x) {
-      for (std::size_t y = 0; y < columns; ++y) backward[y * rows + x] = forward[x * columns + y];
+      for (std::size_t y = 0; y < columns; ++y) {
+        backward[y * backward_row + x] = forward[x * forward_row + y];
+      }
     }
   }
 }
@@ -175,19 +185,21 @@ void LinearPropagation<idx_t, val_t>::exponentiate(const Model& model,
 template <class idx_t, class val_t>
 void LinearPropagation<idx_t, val_t>::start_vertex(const Model& model, const val_t* observed,
                                                    std::size_t v) {
-  std::fill(messages_[0].begin() + layout_.first_entry[v],
-            messages_[0].begin() + layout_.first_entry[v + 1], val_t(1));
-  std::fill(beliefs_[0].begin() + layout_.first_belief[v],
-            beliefs_[0].begin() + layout_.first_belief[v + 1], val_t(1));
-  val_t* out = messages_[1].data() + layout_.first_entry[v];
+  const std::size_t count = layout_.states[v];
+  const std::size_t stride = layout_.stride(v);
+  std::fill_n(beliefs_[0].data() + layout_.first_belief[v], count, val_t(1));
+  val_t* before = messages_[0].data() + layout_.first_entry[v];
+  val_t* after = messages_[1].data() + layout_.first_entry[v];
   for (std::size_t k = layout_.first_slot[v]; k < layout_.first_slot[v + 1]; ++k) {
-    const std::size_t message = layout_.message_of_slot[k];
-    const auto [s, t] = endpoints(*model.graph, static_cast<idx_t>(message / 2));
-    const idx_t sender = message % 2 == 0 ? s : t;
+    std::fill_n(before, count, val_t(1));
+    std::fill(before + count, before + stride, val_t(0));
+    std::fill(after + count, after + stride, val_t(0));
+    const std::size_t sender = layout_.sender[k];
     const bool clamped = is_clamped<idx_t>(observed[sender], model.states[sender]);
     layout_.slots[k].constant = clamped ? 1 : 0;
-    if (clamped) constant_message(model, observed[sender], message, out);
-    out += model.states[v];
+    if (clamped) constant_message(model, observed[sender], layout_.message_of_slot[k], after);
+    before += stride;
+    after += stride;
   }
 }
 
@@ -228,7 +240,17 @@ void LinearPropagation<idx_t, val_t>::take_logarithms() {
   const auto range = my_vertices();
   const std::size_t begin = layout_.first_entry[range.begin];
   const std::size_t end = layout_.first_entry[range.end];
-  log_all(messages_[current_].data() + begin, messages_[1 - current_].data() + begin, end - begin);
+  val_t* linear = messages_[current_].data();
+  // The zeros behind the states would keep the others from the vector form.
+  for (std::size_t v = range.begin; v < range.end; ++v) {
+    const std::size_t count = layout_.states[v];
+    const std::size_t stride = layout_.stride(v);
+    if (count == stride) continue;
+    for (std::size_t at = layout_.first_entry[v]; at < layout_.first_entry[v + 1]; at += stride) {
+      std::fill(linear + at + count, linear + at + stride, val_t(1));
+    }
+  }
+  log_all(linear + begin, messages_[1 - current_].data() + begin, end - begin);
 }
 
 }  // namespace QZ

@@ -37,68 +37,66 @@ inline constexpr val_t unfit_belief = std::numeric_limits<val_t>::infinity();
 
 namespace linear {
 
-/// Scales a belief to a largest entry of 1. Returns whether its entries lie close enough together.
-template <class val_t>
-[[gnu::always_inline]] inline bool rescale(val_t* __restrict belief, std::size_t count,
-                                           val_t smallest_ratio) {
-  val_t low = belief[0];
-  val_t high = belief[0];
-  for (std::size_t x = 1; x < count; ++x) {
-    low = belief[x] < low ? belief[x] : low;
-    high = belief[x] > high ? belief[x] : high;
-  }
-  const val_t scale = 1 / high;
-  for (std::size_t x = 0; x < count; ++x) belief[x] *= scale;
-  return low >= smallest_ratio * high;
-}
-
 /// The sweep for vertices of N states, or of any numbers of states for N = 0. Returns the largest
 /// change of a message entry, or `unfit_belief`.
 template <bool MAX, unsigned N, class val_t>
-[[gnu::always_inline]] inline val_t sweep_body(const LinearSweep<val_t>& sweep) {
+[[gnu::always_inline]] inline val_t sweep_body(const LinearSweep<val_t> sweep) {
+  constexpr unsigned lanes = N == 2 ? 2 : pack_lanes;
+  using pack = Pack<val_t, lanes>;
+  using pack_t = typename pack::type;
   const LinearLayout& layout = *sweep.layout;
-  if (sweep.range.begin == sweep.range.end) return 0;
-  const LinearSlot* slot = layout.slots.data() + layout.first_slot[sweep.range.begin];
-  std::size_t entry = layout.first_entry[sweep.range.begin];
-  const val_t* potential =
-      sweep.potentials +
-      (slot == layout.slots.data() + layout.slots.size()
-           ? 0
-           : layout.matrix[static_cast<std::size_t>(slot - layout.slots.data())]);
-  val_t moved = 0;
+  const std::size_t begin = sweep.range.begin;
+  if (begin == sweep.range.end) return 0;
+  const LinearSlot* slot = layout.slots.data() + layout.first_slot[begin];
+  const val_t* potential = sweep.potentials + layout.first_matrix[begin];
+  std::size_t entry = layout.first_entry[begin];
+  pack_t moved{};
   bool fit = true;
-  for (std::size_t v = sweep.range.begin; v < sweep.range.end; ++v) {
-    const std::size_t count = N > 0 ? N : layout.states(v);
-    val_t* __restrict belief = sweep.new_beliefs + layout.first_belief[v];
-    for (std::size_t x = 0; x < count; ++x) belief[x] = 1;
-    std::size_t pending = sweep.bounds.chunk;
+  for (std::size_t v = begin; v < sweep.range.end; ++v) {
+    const std::size_t states = N > 0 ? N : layout.states[v];
+    const std::size_t packs = N > 0 ? (N + lanes - 1) / lanes : (states + lanes - 1) / lanes;
+    val_t* belief = sweep.new_beliefs + layout.first_belief[v];
+    for (std::size_t i = 0; i < packs; ++i) pack::at(belief + i * lanes) = pack_t{} + 1;
     const LinearSlot* last = layout.slots.data() + layout.first_slot[v + 1];
-    for (; slot != last; ++slot) {
+    std::size_t pending = sweep.bounds.chunk;
+    while (slot != last) {
       const std::size_t senders = N > 0 ? N : slot->states;
-      val_t* __restrict out = sweep.new_messages + entry;
-      const val_t* __restrict old = sweep.old_messages + entry;
-      if (slot->constant != 0) {
-        if (!sweep.first) std::copy(old, old + count, out);
+      val_t* out = sweep.new_messages + entry;
+      const val_t* old = sweep.old_messages + entry;
+      if (slot->constant != 0) [[unlikely]] {
+        if (!sweep.first) std::copy(old, old + packs * lanes, out);
       } else {
         MessageKernel<MAX, N, val_t>::send(sweep.old_beliefs + slot->belief,
                                            sweep.old_messages + slot->reverse, potential, senders,
-                                           count, sweep.scratch, out);
+                                           packs, sweep.scratch, out);
       }
-      for (std::size_t y = 0; y < count; ++y) {
-        const val_t change = out[y] > old[y] ? out[y] - old[y] : old[y] - out[y];
-        moved = change > moved ? change : moved;
-        belief[y] *= out[y];
+      for (std::size_t i = 0; i < packs; ++i) {
+        const pack_t message = pack::at(out + i * lanes);
+        pack::raise_distance(moved, message, pack::at(old + i * lanes));
+        pack::at(belief + i * lanes) *= message;
       }
-      if (--pending == 0) {
-        fit &= rescale(belief, count, sweep.bounds.smallest_ratio);
-        pending = sweep.bounds.chunk;
+      ++slot;
+      entry += packs * lanes;
+      potential += senders * packs * lanes;
+      if (--pending != 0 && slot != last) continue;
+      pending = sweep.bounds.chunk;
+      // A largest entry of 1, and the look at how far the others lie below it.
+      val_t low = belief[0];
+      val_t high = belief[0];
+      for (std::size_t x = 1; x < states; ++x) {
+        low = belief[x] < low ? belief[x] : low;
+        high = belief[x] > high ? belief[x] : high;
       }
-      entry += count;
-      potential += senders * count;
+      fit &= low >= sweep.bounds.smallest_ratio * high;
+      const val_t scale = 1 / high;
+      for (std::size_t i = 0; i < packs; ++i) {
+        pack::at(belief + i * lanes) *= scale;
+      }
     }
-    fit &= rescale(belief, count, sweep.bounds.smallest_ratio);
   }
-  return fit ? moved : unfit_belief<val_t>;
+  val_t most = 0;
+  for (unsigned i = 0; i < lanes; ++i) most = moved[i] > most ? moved[i] : most;
+  return fit ? most : unfit_belief<val_t>;
 }
 
 template <bool MAX, unsigned N, class val_t>

@@ -3,82 +3,126 @@
 /// The arithmetic of one message in the linear domain: a small vector times a small matrix.
 
 #include <cstddef>
+#include <cstring>
 
 namespace QZ {
+
+/// A few numbers that are worked on at once. The compiler picks the instructions of the machine;
+/// where a register is too narrow it takes several. Packs travel by reference, because how they are
+/// passed by value depends on the machine.
+template <class val_t, unsigned lanes>
+struct Pack {
+  typedef val_t type __attribute__((vector_size(lanes * sizeof(val_t))));
+
+  /// Consecutive numbers in memory, of any alignment, as a pack.
+  [[gnu::always_inline]] static const auto& at(const val_t* from) {
+    return *reinterpret_cast<const in_memory*>(from);
+  }
+  [[gnu::always_inline]] static auto& at(val_t* to) { return *reinterpret_cast<in_memory*>(to); }
+
+  [[gnu::always_inline]] static void raise(type& to, const type& other) {
+    to = other > to ? other : to;
+  }
+  /// Raises each number of `to` to the distance between a and b.
+  [[gnu::always_inline]] static void raise_distance(type& to, const type& a, const type& b) {
+    const type above = a - b;
+    raise(to, above);
+    raise(to, -above);
+  }
+
+ private:
+  typedef val_t in_memory
+      __attribute__((vector_size(lanes * sizeof(val_t)), aligned(sizeof(val_t)), may_alias));
+};
+
+/// Lanes of the packs that rows of any other length than 2 are made of.
+inline constexpr unsigned pack_lanes = 4;
+
+/// The length of a row of `states` entries when rows are made of whole packs.
+constexpr std::size_t padded_length(std::size_t states) {
+  return (states + pack_lanes - 1) / pack_lanes * pack_lanes;
+}
 
 /// One message m(y) = c * sum over x of cavity(x) * potential(x, y), or the largest term instead of
 /// the sum with MAX, with c such that the entries sum to 1.
 ///
-/// N > 0 fixes the state counts of both ends at compile time; N = 0 takes them from the arguments.
-/// `belief` and `reverse` have one entry per sender state, `potential` is row-major with one row
-/// per sender state, `out` has one entry per receiver state. All entries are positive and finite.
+/// N is the state count of both ends, or 0 for any counts. Entries of beliefs and messages come in
+/// rows of `padded_length`, for N = 2 in rows of 2; the potentials have one such row per sender
+/// state. Numbers are positive and finite. Behind the states of the receiver, potentials are 0, and
+/// so are the entries of the message.
 template <bool MAX, unsigned N, class val_t>
 struct MessageKernel {
-  [[gnu::always_inline]] static void send(const val_t* __restrict belief,
+  using pack = Pack<val_t, pack_lanes>;
+  using pack_t = typename pack::type;
+
+  /// `senders` is the state count of the sender, `packs` the number of packs of the receiver.
+  /// `belief` is multiplied by the message, and each number of `moved` is raised to the distance of
+  /// an entry from the old one. `cavity` is scratch for the sender's states.
+  [[gnu::always_inline]] static void send(const val_t* __restrict sender_belief,
                                           const val_t* __restrict reverse,
-                                          const val_t* __restrict potential, std::size_t,
-                                          std::size_t, val_t*, val_t* __restrict out) {
-    val_t cavity[N];
-    if constexpr (N == 2) {
-      // A common factor of the cavity cancels, so two states need no division.
-      cavity[0] = belief[0] * reverse[1];
-      cavity[1] = belief[1] * reverse[0];
-    } else {
-      for (unsigned x = 0; x < N; ++x) cavity[x] = belief[x] / reverse[x];
+                                          const val_t* __restrict potential, std::size_t senders,
+                                          std::size_t packs, val_t* __restrict cavity,
+                                          val_t* __restrict out) {
+    const std::size_t rows = N > 0 ? N : senders;
+    const std::size_t count = N > 0 ? padded_length(N) / pack_lanes : packs;
+    const std::size_t length = count * pack_lanes;
+    // Behind the states of the sender this divides 0 by 0, and nobody reads the result.
+    for (std::size_t x = 0; x < rows; x += pack_lanes) {
+      pack::at(cavity + x) = pack::at(sender_belief + x) / pack::at(reverse + x);
     }
-    val_t entry[N];
-    for (unsigned y = 0; y < N; ++y) entry[y] = cavity[0] * potential[y];
-    for (unsigned x = 1; x < N; ++x) {
-      for (unsigned y = 0; y < N; ++y) {
-        const val_t term = cavity[x] * potential[x * N + y];
-        entry[y] = MAX ? (term > entry[y] ? term : entry[y]) : entry[y] + term;
+    pack_t total{};
+    for (std::size_t i = 0; i < count; ++i) {
+      const val_t* column = potential + i * pack_lanes;
+      // Two running sums, so that an addition need not wait for the one before.
+      pack_t even = pack::at(column) * cavity[0];
+      pack_t odd{};
+      std::size_t x = 1;
+      for (; x + 1 < rows; x += 2) {
+        take(odd, pack::at(column + x * length) * cavity[x]);
+        take(even, pack::at(column + (x + 1) * length) * cavity[x + 1]);
       }
+      if (x < rows) take(odd, pack::at(column + x * length) * cavity[x]);
+      take(even, odd);
+      total += even;
+      pack::at(out + i * pack_lanes) = even;
     }
-    val_t sum = entry[0];
-    for (unsigned y = 1; y < N; ++y) sum += entry[y];
-    const val_t scale = 1 / sum;
-    for (unsigned y = 0; y < N; ++y) out[y] = entry[y] * scale;
+    const val_t scale = 1 / ((total[0] + total[1]) + (total[2] + total[3]));
+    for (std::size_t i = 0; i < count; ++i) {
+      pack::at(out + i * pack_lanes) *= scale;
+    }
+  }
+
+ private:
+  [[gnu::always_inline]] static void take(pack_t& into, const pack_t& term) {
+    if constexpr (MAX) {
+      pack::raise(into, term);
+    } else {
+      into += term;
+    }
   }
 };
 
 template <bool MAX, class val_t>
-struct MessageKernel<MAX, 0, val_t> {
-  /// `cavity` is scratch for one entry per sender state.
-  [[gnu::always_inline]] static void send(const val_t* __restrict belief,
-                                          const val_t* __restrict reverse,
-                                          const val_t* __restrict potential, std::size_t senders,
-                                          std::size_t receivers, val_t* __restrict cavity,
-                                          val_t* __restrict out) {
-    for (std::size_t x = 0; x < senders; ++x) cavity[x] = belief[x] / reverse[x];
-    for (std::size_t y = 0; y < receivers; ++y) out[y] = cavity[0] * potential[y];
-    std::size_t x = 1;
-    // Four rows at a time, so that an entry is loaded and stored once for four terms.
-    for (; x + 4 <= senders; x += 4) {
-      const val_t* row = potential + x * receivers;
-      for (std::size_t y = 0; y < receivers; ++y) {
-        const val_t t0 = cavity[x] * row[y];
-        const val_t t1 = cavity[x + 1] * row[receivers + y];
-        const val_t t2 = cavity[x + 2] * row[2 * receivers + y];
-        const val_t t3 = cavity[x + 3] * row[3 * receivers + y];
-        out[y] = MAX ? larger(out[y], larger(larger(t0, t1), larger(t2, t3)))
-                     : out[y] + ((t0 + t1) + (t2 + t3));
-      }
-    }
-    for (; x < senders; ++x) {
-      const val_t* row = potential + x * receivers;
-      for (std::size_t y = 0; y < receivers; ++y) {
-        const val_t term = cavity[x] * row[y];
-        out[y] = MAX ? larger(out[y], term) : out[y] + term;
-      }
-    }
-    val_t sum = 0;
-    for (std::size_t y = 0; y < receivers; ++y) sum += out[y];
-    const val_t scale = 1 / sum;
-    for (std::size_t y = 0; y < receivers; ++y) out[y] *= scale;
-  }
+struct MessageKernel<MAX, 2, val_t> {
+  using pack = Pack<val_t, 2>;
 
- private:
-  [[gnu::always_inline]] static val_t larger(val_t a, val_t b) { return a > b ? a : b; }
+  [[gnu::always_inline]] static void send(const val_t* __restrict sender_belief,
+                                          const val_t* __restrict reverse,
+                                          const val_t* __restrict potential, std::size_t,
+                                          std::size_t, val_t*, val_t* __restrict out) {
+    // The cavity times both entries of the reverse message; a common factor cancels, and two states
+    // need no division.
+    const val_t c0 = sender_belief[0] * reverse[1];
+    const val_t c1 = sender_belief[1] * reverse[0];
+    typename pack::type entry = pack::at(potential) * c0;
+    const typename pack::type other = pack::at(potential + 2) * c1;
+    if constexpr (MAX) {
+      pack::raise(entry, other);
+    } else {
+      entry += other;
+    }
+    pack::at(out) = entry * (1 / (entry[0] + entry[1]));
+  }
 };
 
 }  // namespace QZ
