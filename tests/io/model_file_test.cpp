@@ -220,6 +220,52 @@ TYPED_TEST(ModelFile, VertexWithoutStatesHasNoStateNames) {
   EXPECT_EQ(copy_of(model->stats, 4), copy_of(stored->stats, 4));
 }
 
+/// Two vertices and an edge, over three slices.
+template <class I, class V>
+OwnedModel<I, V> sliced_model() {
+  auto* base = listed_graph<I>(2, {{0, 1}});
+  auto model = numbered_model<I, V>(new QZ::STGraph<I>(3, base), {1, 2, 1, 2, 1, 2});
+  model->baseGraph = base;
+  model->slices = 3;
+  model->graphType = 11;
+  model->reparam = 1;
+  return model;
+}
+
+TYPED_TEST(ModelFile, OverTimeHoldsOneSliceAndAllVertices) {
+  using I = typename TestFixture::I;
+  using V = typename TestFixture::V;
+  TempFile file;
+  const auto stored = sliced_model<I, V>();
+  stored->store(file.path());
+  EXPECT_EQ(file.read().size(), 5 * sizeof(I) + 16 + 4 * sizeof(I) + 6 * (sizeof(I) + 3) + 9 * 2 +
+                                    sizeof(I) + (9 + 2 * stored->dim) * sizeof(V));
+  const auto model = read_model<I, V>(file.path());
+  EXPECT_EQ(model->slices, 3);
+  EXPECT_EQ(model->graph->vertices(), 6);
+  EXPECT_EQ(model->baseGraph->vertices(), 2);
+  EXPECT_EQ(dynamic_cast<QZ::STGraph<I>&>(*model->graph).base, model->baseGraph);
+  EXPECT_EQ(model->dim, stored->dim);
+  EXPECT_EQ(*model->vertexNames, *stored->vertexNames);
+  EXPECT_EQ(copy_of(model->weights, model->dim), copy_of(stored->weights, stored->dim));
+  TempFile again;
+  model->store(again.path());
+  EXPECT_EQ(again.read(), file.read());
+}
+
+TYPED_TEST(ModelFile, IsNotWrittenWithSlicesThatCannotBeReadBack) {
+  using I = typename TestFixture::I;
+  using V = typename TestFixture::V;
+  TempFile file;
+  const auto sliced = sliced_model<I, V>();
+  sliced->slices = 1;
+  EXPECT_THROW(sliced->store(file.path()), std::logic_error);
+  const auto flat = tiny_model<I, V>();
+  flat->slices = 2;
+  EXPECT_THROW(flat->store(file.path()), std::logic_error);
+  EXPECT_EQ(file.read(), "");
+}
+
 TEST(ModelFileNames, MayHaveAnyLength) {
   TempFile file;
   auto stored = numbered_model<u32, double>(listed_graph<u32>(2, {{0, 1}}), {2, 2});

@@ -74,7 +74,7 @@ OwnedModel<idx_t, val_t> numbered_model(QZ::AbstractGraph<idx_t>* graph,
   model->vertexNames = new std::vector<std::string>;
   model->categoryLists = new std::vector<std::vector<std::string>*>;
   for (std::size_t v = 0; v < states.size(); ++v) {
-    model->vertexNames->push_back("v" + std::to_string(v));
+    model->vertexNames->push_back(std::string(1, 'v').append(std::to_string(v)));
     model->categoryLists->push_back(new std::vector<std::string>);
     for (int x = 0; x < states[v]; ++x) {
       model->categoryLists->back()->push_back(std::string(1, static_cast<char>('a' + x)));

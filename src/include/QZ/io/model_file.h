@@ -10,7 +10,8 @@
 ///   layerText        its length in 8 bytes, then the bytes
 ///   reservedText     its length in 8 bytes, then the bytes
 ///   slices  reparam  samples  reservedWord
-///   per vertex       state count, name and zero byte, then each state's name and zero byte
+///   per vertex       state count, name and zero byte, then each state's name and zero byte; with
+///                    several time slices, the vertices of all slices of the stored graph
 ///   dim
 ///   statistics       (sum of state counts + dim) * V bytes
 ///   weights          dim * V bytes, only if there are any
@@ -21,13 +22,14 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "QZ/data/statistics.h"
 #include "QZ/graph/graph.h"
+#include "QZ/graph/unrolled.h"
 #include "QZ/inference/pairwise_model.h"
 #include "QZ/io/model_container.h"
 #include "QZ/support/file_fields.h"
-#include "QZ/support/unavailable.h"
 
 namespace QZ {
 
@@ -111,6 +113,19 @@ std::unique_ptr<AbstractGraph<idx_t>> read_model_graph(const std::string& filena
   }
 }
 
+/// Moves the stored graph to `base` and puts the graph over all slices in its place.
+template <class idx_t>
+void unroll_model_graph(std::unique_ptr<AbstractGraph<idx_t>>& graph,
+                        std::unique_ptr<AbstractGraph<idx_t>>& base, idx_t slices,
+                        const ModelFileReader& file) {
+  base = std::move(graph);
+  try {
+    graph = std::make_unique<STGraph<idx_t>>(slices, base.get());
+  } catch (const std::logic_error&) {
+    file.fail();
+  }
+}
+
 template <class idx_t, class val_t>
 IO<idx_t, val_t>::IO(const std::string& filename) : IO() {
   // A constructor that delegates has its destructor run when it throws, so the names are safe in
@@ -125,9 +140,11 @@ IO<idx_t, val_t>::IO(const std::string& filename) : IO() {
   reparam = file.number<idx_t>();
   samples = file.number<idx_t>();
   reservedWord = file.number<idx_t>();
-  if (slices > 1) not_available();
+  std::unique_ptr<AbstractGraph<idx_t>> slice_graph;
+  if (slices > 1) unroll_model_graph(stored_graph, slice_graph, slices, file);
 
   const std::size_t n = stored_graph->vertices();
+  file.expect(n, sizeof(idx_t) + 1);
   auto counts = std::make_unique<idx_t[]>(n);
   vertexNames = new NameList;
   categoryLists = new std::vector<NameList*>;
@@ -155,6 +172,7 @@ IO<idx_t, val_t>::IO(const std::string& filename) : IO() {
   file.array(read_weights.get(), dim);
   offsets = starts.release();
   graph = stored_graph.release();
+  baseGraph = slice_graph.release();
   states = counts.release();
   stats = read_stats.release();
   weights = read_weights.release();
@@ -163,6 +181,11 @@ IO<idx_t, val_t>::IO(const std::string& filename) : IO() {
 template <class idx_t, class val_t>
 void IO<idx_t, val_t>::store(const std::string& filename) const {
   require_matching_arrays();
+  // The file holds one slice, and its reader unrolls it by their number.
+  const auto* unrolled = dynamic_cast<const STGraph<idx_t>*>(graph);
+  if ((unrolled == nullptr ? slices > 1 : slices != unrolled->slices)) {
+    throw std::logic_error("the model's time slices are not those of its graph");
+  }
   graph->store(filename);
   FieldWriter file(filename, FieldWriter::Mode::append);
   const auto counted_text = [&](const std::string& text) {

@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "QZ/data/categorical_data.h"
 #include "QZ/graph/abstract_graph.h"
+#include "QZ/graph/unrolled.h"
 #include "QZ/io/model_container.h"
 #include "QZ/machine/operations/stats.h"
 #include "QZ/machine/values.h"
@@ -21,6 +24,14 @@ namespace QZ {
 constexpr bool decays_over_time(unsigned long reparam) {
   return reparam >= static_cast<unsigned long>(ReparamType::STLINEAR) &&
          reparam <= static_cast<unsigned long>(ReparamType::STINVEXPONENTIAL);
+}
+
+/// The graph of one time slice. Throws logic_error for a graph that has no slices.
+template <class idx_t>
+AbstractGraph<idx_t>* slice_of(AbstractGraph<idx_t>& graph) {
+  auto* unrolled = dynamic_cast<STGraph<idx_t>*>(&graph);
+  if (unrolled == nullptr) throw std::logic_error("a decay over time needs a graph over time");
+  return unrolled->base;
 }
 
 /// Sets state counts, parameter count, names and zero weights of a container with a graph: vertex v
@@ -53,11 +64,13 @@ void vm_t::modelFunc0() {
     default:
       break;
   }
-  if (decays_over_time(get(VarType::REP))) not_available();
+  AbstractGraph<idx_t>* base = nullptr;
+  if (decays_over_time(get(VarType::REP))) base = slice_of(*graph);
 
   auto& model = *new IO<idx_t, val_t>;
   set(VarType::MPT, static_cast<void*>(&model));
   model.graph = graph;
+  model.baseGraph = base;
   describe_columns(model, data);
   model.graphType = wrapping_cast<idx_t>(get(VarType::GRA));
   model.slices = wrapping_cast<idx_t>(get(VarType::TXX));
