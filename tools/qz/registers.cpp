@@ -187,7 +187,7 @@ std::string register_remark(const Context& context, const Register& row) {
     case VarType::DIM:
       return "parameters";
     case VarType::RES:
-      return "result; after ESTIMATE the objective";
+      return "result; the objective after ESTIMATE";
     case VarType::LNZ:
       return "log partition function";
     default:

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <fstream>
 #include <iostream>
-#include <sstream>
 #include <stdexcept>
 
 #include "marginals_table.h"
@@ -25,19 +24,18 @@ const std::string iterations_name = "iterations";
 
 std::vector<std::string> read_lines(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  if (file) content << file.rdbuf();
-  if (!file || content.fail()) throw std::runtime_error("cannot read " + path);
+  if (!file) throw std::runtime_error("cannot read " + path);
 
   std::vector<std::string> lines;
-  std::istringstream text(content.str());
-  for (std::string line; std::getline(text, line);) {
+  for (std::string line; std::getline(file, line);) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     lines.push_back(line);
     if (line.find('\0') != std::string::npos) {
       throw ProgramError("the line holds a zero byte", lines.size());
     }
   }
+  // A directory opens like a file and fails at the first read.
+  if (file.bad()) throw std::runtime_error("cannot read " + path);
   return lines;
 }
 
