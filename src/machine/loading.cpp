@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -211,6 +212,21 @@ void require_fit(const IO<idx_t, val_t>& model, const AbstractGraph<idx_t>* grap
   }
 }
 
+/// Gives a model a new graph and the dimension that follows from it. Where that is larger, the
+/// weights grow by zeroes, so that they have as many entries as the model has parameters.
+template <class idx_t, class val_t>
+void replace_graph(IO<idx_t, val_t>& model, AbstractGraph<idx_t>& graph, idx_t kind) {
+  const idx_t old_dim = model.dim;
+  model.graph = &graph;
+  model.graphType = kind;
+  model.dim = calcDim(graph, model.states);
+  if (model.weights == nullptr || model.dim <= old_dim) return;
+  auto grown = std::make_unique<val_t[]>(model.dim);
+  std::copy_n(model.weights, old_dim, grown.get());
+  delete[] model.weights;
+  model.weights = grown.release();
+}
+
 }  // namespace
 
 template <class idx_t, class val_t>
@@ -235,10 +251,7 @@ void vm_t::loadGraph0() {
   if (model != nullptr) require_fit(*model, made.get());
   AbstractGraph<idx_t>* graph = made.release();
   set(GPT, static_cast<void*>(graph));
-  if (model == nullptr) return;
-  model->graph = graph;
-  model->graphType = wrapping_cast<idx_t>(get(GRA));
-  model->dim = calcDim(*graph, model->states);
+  if (model != nullptr) replace_graph(*model, *graph, wrapping_cast<idx_t>(get(GRA)));
 }
 
 template <class idx_t, class val_t>

@@ -418,6 +418,8 @@ TYPED_TEST(GraphOfModel, IsTakenOverWithItsDimension) {
   EXPECT_EQ(reinterpret_cast<unsigned long>(this->model->graph), this->vm.word(GPT));
   EXPECT_EQ(this->model->graphType, 5u);
   EXPECT_EQ(this->model->dim, 2u * 3 + 2 * 4 + 3 * 4);
+  // The weights have grown with it.
+  for (unsigned i = 0; i < 26; ++i) EXPECT_EQ(this->model->weights[i], i < 18 ? i : 0) << i;
   // The container of the fixture releases the graph.
   this->vm.set(GPT, 0ul);
 }
