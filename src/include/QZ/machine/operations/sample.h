@@ -125,12 +125,10 @@ class PerturbedDecoder {
 
   /// The parameters of an edge, as far as the point goes.
   Range<std::size_t> block_of(idx_t e) const {
-    const std::size_t n = engine_.graph->vertices();
-    const idx_t* edges = container_.offsets + n;
-    const auto place = [&](std::size_t i) {
-      return std::min<std::size_t>(wrapping_sub(edges[i], edges[0]), model_.dim);
+    const auto place = [&](idx_t edge) {
+      return std::min<std::size_t>(container_.weight_offset(edge), model_.dim);
     };
-    return {place(e), place(std::size_t{e} + 1)};
+    return {place(e), place(wrapping_add<idx_t>(e, 1))};
   }
 
   void add(std::size_t k, double amount) {
