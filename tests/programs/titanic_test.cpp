@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <numeric>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -204,6 +204,14 @@ TEST_F(Examples, HairEyeColorFitsItsStar) {
   const Outcome outcome = qz("hair_eye_color.qz", {"--marginals"});
   ASSERT_EQ(outcome.status, 0) << outcome.err;
   EXPECT_NEAR(table_of(outcome.out).at("Blond"), 127.0 / 592, 1e-5);
+}
+
+TEST_F(Examples, TheFirstProgramFitsInTenLines) {
+  const Outcome outcome = qz("first.qz", {"--marginals"});
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_NEAR(table_of(outcome.out).at("Blond"), 127.0 / 592, 1e-3);
+  std::ifstream program(source + "/examples/first.qz");
+  EXPECT_EQ(std::count(std::istreambuf_iterator<char>(program), {}, '\n'), 10);
 }
 
 TEST_F(Examples, TheClosedFormOfATreeIsNormalised) {
