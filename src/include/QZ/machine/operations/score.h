@@ -27,11 +27,12 @@ namespace QZ {
 template <class idx_t, class val_t>
 class RowScorer {
  public:
-  /// Throws logic_error "the table does not have one column per vertex of the model".
+  /// Throws logic_error "the table does not have one column per vertex of the model" if it has
+  /// rows.
   RowScorer(const InferenceAlgorithm<idx_t, val_t>& engine, const CategoricalData& table,
             std::mt19937& rng)
       : engine_(engine), table_(table), rng_(rng), row_(engine.graph->vertices()) {
-    if (table.n + table.H != row_.size()) {
+    if (table.N > 0 && table.n + table.H != row_.size()) {
       throw std::logic_error("the table does not have one column per vertex of the model");
     }
     blocks_.reserve(engine.graph->edges());
