@@ -10,8 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "QZ/data/binary_data.h"
 #include "QZ/data/categorical_data.h"
 #include "QZ/data/csv_data.h"
+#include "QZ/data/numpy_data.h"
 #include "QZ/graph/adjacency.h"
 #include "QZ/graph/chain.h"
 #include "QZ/graph/complete.h"
@@ -24,7 +26,6 @@
 #include "QZ/machine/values.h"
 #include "QZ/machine/vm.h"
 #include "QZ/support/conversions.h"
-#include "QZ/support/unavailable.h"
 
 namespace QZ {
 
@@ -99,7 +100,9 @@ bool has_binary_magic(const std::string& name) {
   return std::memcmp(head, magic, sizeof magic) == 0;
 }
 
-std::unique_ptr<CategoricalData> binary_table() { not_available(); }
+std::unique_ptr<CategoricalData> binary_table() {
+  return std::make_unique<CategoricalBinaryData>(false, '?', true, nullptr);
+}
 
 std::unique_ptr<CategoricalData> text_table(const vm_t& vm, Names* names) {
   return std::make_unique<CategoricalCSVData>(vm.get(HED) != 0, static_cast<char>(vm.get(MIS)),
@@ -108,12 +111,14 @@ std::unique_ptr<CategoricalData> text_table(const vm_t& vm, Names* names) {
 
 /// The caller's block: `NXX` rows of 16-bit cells, `GPX` bytes in all, row-major.
 std::unique_ptr<CategoricalData> cell_block_table(const vm_t& vm, Names* names) {
-  static_cast<void>(vm);
-  static_cast<void>(names);
-  not_available();
+  auto table = std::make_unique<CategoricalNumPyData>(false, '?', vm.get(YYC) != 0, names);
+  const unsigned long rows = vm.get(NXX);
+  table->read(vm.function<unsigned short>(EDP), rows, vm.get(GPX) / rows / sizeof(unsigned short));
+  return table;
 }
 
-/// The table of the caller's memory or of the data file; `size` is that of the text or file.
+/// The table of the caller's memory or of the data file. Only a text and a file get the hidden
+/// columns, and report their size in `RES`.
 std::unique_ptr<CategoricalData> read_table(vm_t& vm, Names* names, HiddenColumns hidden) {
   const auto* block = vm.function<const void>(EDP);
   if (block != nullptr && vm.get(NXX) != 0) return cell_block_table(vm, names);

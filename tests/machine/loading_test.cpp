@@ -120,6 +120,81 @@ TYPED_TEST(LoadData, MakesUpNamesForAModelWithoutNames) {
             (std::vector<unsigned long>{1, 2, CategoricalData::MIS_VAL, 0}));
 }
 
+// Binary files and blocks of cells.
+
+std::string binary_file(unsigned long rows, unsigned long columns, unsigned long categories,
+                        const std::string& cells) {
+  std::string content("qzbin$\0#", 8);
+  for (const unsigned long count : {rows, columns, categories}) {
+    content.append(reinterpret_cast<const char*>(&count), sizeof count);
+  }
+  return content + cells;
+}
+
+TYPED_TEST(LoadData, ReadsABinaryFileWhateverItsName) {
+  const TempFile file(".csv", binary_file(2, 2, 3, std::string("\2\0\1\xff", 4)));
+  execute(this->vm, "MIS '*';");
+  execute(this->vm, "DFN '" + file.path() + "';");
+  execute(this->vm, "LDX DPT;");
+  EXPECT_EQ(this->vm.get(NXX), 2u);
+  EXPECT_EQ(this->vm.get(RES), 36u);
+  EXPECT_EQ(cells_of(table_of(this->vm)), (std::vector<unsigned long>{2, 0, 1, 255}));
+  EXPECT_EQ(table_of(this->vm).categories(1), 3u);
+  EXPECT_EQ(table_of(this->vm).missingName, "?");
+  EXPECT_NE(table_of(this->vm).hidden, nullptr);
+}
+
+TYPED_TEST(LoadData, BorrowsTheCallersBlock) {
+  std::vector<unsigned short> cells = {0, 2, 1, 65535, 0, 1};
+  this->vm.set(EDP, static_cast<void*>(cells.data()));
+  this->vm.set(NXX, 3ul);
+  this->vm.set(GPX, 2 * cells.size());
+  this->vm.set(RES, 0.5);
+  execute(this->vm, "LDX DPT;");
+  EXPECT_EQ(cells_of(table_of(this->vm)), (std::vector<unsigned long>{0, 2, 1, 65535, 0, 1}));
+  EXPECT_EQ(table_of(this->vm).categories(0), 2u);
+  EXPECT_EQ(table_of(this->vm).categories(1), 3u);
+  cells[0] = 1;
+  EXPECT_EQ(table_of(this->vm).get(0, 0), 1u);
+  // No size is reported and no hidden table made.
+  EXPECT_EQ(this->vm.getR(RES), 0.5);
+  EXPECT_EQ(table_of(this->vm).hidden, nullptr);
+  execute(this->vm, "DEL DPT;");
+  EXPECT_EQ(cells[1], 2u);
+}
+
+TYPED_TEST(LoadData, GivesABlockTheNamesOfALoadedModel) {
+  this->load_model(true);
+  std::vector<unsigned short> cells = {0, 0};
+  this->vm.set(EDP, static_cast<void*>(cells.data()));
+  this->vm.set(NXX, 1ul);
+  this->vm.set(GPX, 5ul);
+  execute(this->vm, "LDX DPT;");
+  EXPECT_EQ(table_of(this->vm).n, 2u);
+  EXPECT_EQ(table_of(this->vm).getString(1, 0), "a");
+  EXPECT_EQ(table_of(this->vm).categories(1), 3u);
+}
+
+TEST(LoadDataRegisters, AnAlmostBinaryFileIsText) {
+  vm_t vm;
+  const TempFile file(".bin", std::string("qzbin$\0!", 8) + "\n-\nx\n");
+  execute(vm, "DFN '" + file.path() + "';");
+  execute(vm, "LDX DPT;");
+  EXPECT_EQ(table_of(vm).columnHeaders.at(0), std::string("qzbin$\0!", 8));
+  EXPECT_EQ(vm.get(NXX), 1u);
+}
+
+TEST(LoadDataRegisters, ABlockShorterThanItsRowsHasNoColumns) {
+  vm_t vm;
+  unsigned short cell = 1;
+  vm.set(EDP, static_cast<void*>(&cell));
+  vm.set(GPX, 2ul);
+  vm.set(NXX, 2ul);
+  execute(vm, "LDX DPT;");
+  EXPECT_EQ(table_of(vm).n, 0u);
+  EXPECT_EQ(vm.get(NXX), 2u);
+}
+
 TEST(LoadDataRegisters, HeaderMissingMarkerAndSharedTable) {
   vm_t vm;
   std::string text = "-\nb,a\na,*x\n";
