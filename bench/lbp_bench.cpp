@@ -1,6 +1,6 @@
 /// Loopy belief propagation. One item is one message entry in one iteration, a state of a directed
-/// message: 2 * edges * states of them per iteration and exactly 50 iterations per inference. What is
-/// done before and after the iterations counts as well.
+/// message: 2 * edges * states of them per iteration and exactly 50 iterations per inference. What
+/// is done before and after the iterations counts as well.
 
 #include <benchmark/benchmark.h>
 #include <omp.h>
@@ -69,9 +69,9 @@ void infer(benchmark::State& state, const std::string& name) {
   for (auto _ : state) engine.infer(0);
   const std::int64_t items = std::int64_t{engine.message_count} * iterations;
   state.SetItemsProcessed(items * state.iterations());
-  state.counters["time_per_item"] = benchmark::Counter(
-      static_cast<double>(items),
-      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["time_per_item"] =
+      benchmark::Counter(static_cast<double>(items), benchmark::Counter::kIsIterationInvariantRate |
+                                                         benchmark::Counter::kInvert);
 }
 
 /// A tree settles within its diameter, so that fewer than 50 iterations run; noise in the last bit
@@ -80,17 +80,19 @@ const bool registered = [] {
   for (const std::string name : {"grid_100x100_2_states", "grid_100x100_8_states",
                                  "complete_30_4_states", "tree_2000_10_states"}) {
     for (const int threads : {1, 2}) {
-      benchmark::RegisterBenchmark(
-          ("lbp/double/" + name).c_str(),
-          [name](benchmark::State& state) { infer<double>(state, name); })
+      benchmark::RegisterBenchmark(("lbp/double/" + name).c_str(),
+                                   [name](benchmark::State& state) { infer<double>(state, name); })
           ->ArgName("threads")
           ->Arg(threads)
           ->UseRealTime();
     }
   }
-  benchmark::RegisterBenchmark("lbp/float/grid_100x100_2_states", [](benchmark::State& state) {
-    infer<float>(state, "grid_100x100_2_states");
-  })->ArgName("threads")->Arg(1)->UseRealTime();
+  benchmark::RegisterBenchmark(
+      "lbp/float/grid_100x100_2_states",
+      [](benchmark::State& state) { infer<float>(state, "grid_100x100_2_states"); })
+      ->ArgName("threads")
+      ->Arg(1)
+      ->UseRealTime();
   return true;
 }();
 

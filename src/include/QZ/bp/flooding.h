@@ -39,15 +39,20 @@ val_t largest_term(std::size_t states, Term&& term) {
   }
 }
 
-/// The logarithm of the sum of all terms of entry y, in the domain of `self`.
+/// The logarithm of the sum of all terms of entry y, in the domain of `self`. An integer engine may
+/// know the whole sum at once; term by term it accumulates through `map_other`.
 template <class val_t, class Self, class Term>
 val_t summed_terms(Self& self, std::size_t states, Term&& term) {
   if constexpr (std::is_integral_v<val_t>) {
-    val_t length = 0;
-    for (std::size_t x = 0; x < states; ++x) {
-      length = self.map_other(self.map_exponential(term(x)), x == 0);
+    if constexpr (requires { self.sum_length(states, term); }) {
+      return self.sum_length(states, term);
+    } else {
+      val_t length = 0;
+      for (std::size_t x = 0; x < states; ++x) {
+        length = self.map_other(self.map_exponential(term(x)), x == 0);
+      }
+      return self.map_logarithm(length);
     }
-    return self.map_logarithm(length);
   } else {
     constexpr val_t limit = std::numeric_limits<val_t>::max();
     val_t sum = 0;

@@ -7,12 +7,9 @@
 #include <cstddef>
 #include <limits>
 
-namespace QZ {
+#include "QZ/support/vector_math.h"
 
-/// Logarithms of this magnitude and below have normal exponentials, sums of a few of them included.
-template <class val_t>
-inline constexpr val_t safe_exponent = std::numeric_limits<val_t>::max_exponent > 128 ? val_t(700)
-                                                                                      : val_t(84);
+namespace QZ {
 
 /// What the weights of a model can do to a message, gathered edge by edge.
 template <class val_t>

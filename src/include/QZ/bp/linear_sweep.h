@@ -9,6 +9,7 @@
 #include "QZ/bp/linear_bounds.h"
 #include "QZ/bp/linear_layout.h"
 #include "QZ/bp/message_kernels.h"
+#include "QZ/support/pack.h"
 #include "QZ/support/vector_math.h"
 
 namespace QZ {

@@ -130,11 +130,22 @@ void GibbsSampler<idx_t, val_t>::run_on_tables(GibbsTables<idx_t, val_t>& tables
                                                const std::vector<idx_t>& order, std::size_t rounds,
                                                val_t* observed, std::mt19937& rng) {
   using Tables = GibbsTables<idx_t, val_t>;
+  constexpr std::size_t block = 512;
+  double draws[block];
+  std::size_t drawn = 0;
+  std::size_t used = 0;
+  std::size_t left = rounds * order.size();
   std::vector<idx_t> state(vertices_);
   for (idx_t v = 0; v < vertices_; ++v) state[v] = state_index<idx_t>(observed[v]);
   for (std::size_t round = 0; round < rounds; ++round) {
     for (const idx_t v : order) {
-      const double u = draw_canonical(rng);
+      if (used == drawn) {
+        drawn = std::min(block, left);
+        draw_canonicals(rng, draws, drawn);
+        left -= drawn;
+        used = 0;
+      }
+      const double u = draws[used++];
       std::size_t y = tables.choose(v, state.data(), u);
       if (y == Tables::undecided) [[unlikely]] {
         observed[v] = free_state<val_t>;

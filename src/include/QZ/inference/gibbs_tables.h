@@ -2,6 +2,7 @@
 
 /// Conditional distributions from tables of exponentials, for long runs of the Gibbs sampler.
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "QZ/inference/pairwise_model.h"
+#include "QZ/support/pack.h"
 #include "QZ/support/vector_math.h"
 
 namespace QZ {
@@ -35,9 +37,16 @@ class GibbsTables {
   /// The state of v that `u` selects, or `undecided`. `state` is the current configuration.
   std::size_t choose(std::size_t v, const idx_t* state, double u) {
     const Vertex& vertex = vertices_[v];
-    const Slot* slots = slots_.data() + vertex.first;
-    return vertex.states == 2 ? choose_binary(vertex, slots, state, u)
-                              : choose_any(vertex, slots, state, u);
+    switch (vertex.states) {
+      case 2:
+        return choose_binary(vertex, state, u);
+      case 3:
+        return choose_any<3>(vertex, state, u);
+      case 4:
+        return choose_any<4>(vertex, state, u);
+      default:
+        return choose_any<0>(vertex, state, u);
+    }
   }
 
  private:
@@ -57,29 +66,34 @@ class GibbsTables {
 
   GibbsTables() = default;
   bool add_vertex(const Model& model, idx_t v);
-  /// Adds the rows of one neighbour and returns the largest magnitude among the weights.
+  /// Adds the weights shared with one neighbour, as rows, and returns the largest magnitude among
+  /// the weights.
   val_t add_rows(const val_t* block, std::size_t rows, std::size_t columns, bool transposed);
 
-  std::size_t choose_binary(const Vertex& vertex, const Slot* slots, const idx_t* state,
-                            double u) const {
-    val_t p0 = 1;
-    val_t p1 = 1;
+  /// State 1 is drawn where u p1 > (1 - u) p0. The neighbour that changed last comes in last, so
+  /// that little has to wait for it.
+  std::size_t choose_binary(const Vertex& vertex, const idx_t* state, double u) const {
+    const Slot* slots = slots_.data() + vertex.first;
+    using pack = Pack<val_t, 2>;
+    typename pack::type potential{1, 1};
+    typename pack::type weighted{static_cast<val_t>(1 - u), static_cast<val_t>(u)};
     for (std::size_t j = 0; j < vertex.degree; ++j) {
-      const val_t* row =
-          factors_.data() + slots[j].table + 2 * std::size_t{state[slots[j].neighbour]};
-      p0 *= row[0];
-      p1 *= row[1];
+      const auto& row =
+          pack::at(factors_.data() + slots[j].table + 2 * std::size_t{state[slots[j].neighbour]});
+      potential *= row;
+      weighted *= row;
     }
-    const val_t sum = p0 + p1;
-    const val_t distance = static_cast<val_t>(u) * sum - p0;
-    const val_t margin = vertex.doubt * sum;
+    const val_t distance = weighted[1] - weighted[0];
+    const val_t margin = vertex.doubt * (potential[0] + potential[1]);
     // Beyond the last boundary the rule falls back to state 0, so it is a boundary as well.
-    if (!(std::abs(distance) > margin) || !(p1 - distance > margin)) [[unlikely]]
+    if (!(std::abs(distance) > margin) || !(1 - u > vertex.doubt)) [[unlikely]]
       return undecided;
     return distance > 0 ? 1 : 0;
   }
 
-  std::size_t choose_any(const Vertex& vertex, const Slot* slots, const idx_t* state, double u);
+  /// For vertices of N states, or of any number for N = 0.
+  template <unsigned N>
+  std::size_t choose_any(const Vertex& vertex, const idx_t* state, double u);
 
   std::vector<Vertex> vertices_;
   std::vector<Slot> slots_;
@@ -93,17 +107,19 @@ std::optional<GibbsTables<idx_t, val_t>> GibbsTables<idx_t, val_t>::build(const 
   const std::size_t n = model.graph->vertices();
   std::size_t most = 0;
   tables.vertices_.reserve(n);
+  tables.slots_.reserve(2 * std::size_t{model.graph->edges()});
+  tables.factors_.reserve(2 * unwrapped_dim(*model.graph, model.states));
   for (std::size_t v = 0; v < n; ++v) {
     if (!tables.add_vertex(model, static_cast<idx_t>(v))) return std::nullopt;
     most = std::max<std::size_t>(most, model.states[v]);
   }
   tables.potentials_.resize(most);
+  exp_all(tables.factors_.data(), tables.factors_.data(), tables.factors_.size());
   return tables;
 }
 
 template <class idx_t, class val_t>
 bool GibbsTables<idx_t, val_t>::add_vertex(const Model& model, idx_t v) {
-  constexpr val_t reach = std::numeric_limits<val_t>::max_exponent > 128 ? 700 : 84;
   const idx_t degree = model.graph->num_neighbors(v);
   if (model.states[v] == 0) return false;
   const std::size_t first = slots_.size();
@@ -121,8 +137,15 @@ bool GibbsTables<idx_t, val_t>::add_vertex(const Model& model, idx_t v) {
         {static_cast<std::uint32_t>(neighbour), static_cast<std::uint32_t>(factors_.size())});
     magnitude +=
         add_rows(model.weights + model.weight_offsets[e], model.states[a], model.states[b], v == a);
-    if (!(magnitude <= reach)) return false;
+    if (!(magnitude <= safe_exponent<val_t>)) return false;
   }
+  // A pass in vertex order has drawn the lower neighbours last.
+  std::sort(slots_.begin() + static_cast<long>(first), slots_.end(),
+            [v](const Slot& a, const Slot& b) {
+              const bool a_drawn = a.neighbour < v;
+              const bool b_drawn = b.neighbour < v;
+              return a_drawn != b_drawn ? b_drawn : a.neighbour < b.neighbour;
+            });
   const val_t roundings = static_cast<val_t>(16 + 4 * std::size_t{degree} + model.states[v]);
   vertices_.push_back({static_cast<std::uint32_t>(first), static_cast<std::uint32_t>(degree),
                        static_cast<std::uint32_t>(model.states[v]),
@@ -151,33 +174,35 @@ val_t GibbsTables<idx_t, val_t>::add_rows(const val_t* block, std::size_t rows, 
   } else {
     std::copy(block, block + rows * columns, out);
   }
-  exp_all(out, out, rows * columns);
   return magnitude;
 }
 
 template <class idx_t, class val_t>
-std::size_t GibbsTables<idx_t, val_t>::choose_any(const Vertex& vertex, const Slot* slots,
-                                                  const idx_t* state, double u) {
-  val_t* p = potentials_.data();
-  std::fill_n(p, vertex.states, val_t(1));
+template <unsigned N>
+std::size_t GibbsTables<idx_t, val_t>::choose_any(const Vertex& vertex, const idx_t* state,
+                                                  double u) {
+  val_t fixed[N > 0 ? N : 1];
+  val_t* p = N > 0 ? fixed : potentials_.data();
+  const std::size_t states = N > 0 ? N : vertex.states;
+  for (std::size_t y = 0; y < states; ++y) p[y] = 1;
+  const Slot* slots = slots_.data() + vertex.first;
   for (std::size_t j = 0; j < vertex.degree; ++j) {
-    const val_t* row =
-        factors_.data() + slots[j].table + std::size_t{vertex.states} * state[slots[j].neighbour];
-    for (std::size_t y = 0; y < vertex.states; ++y) p[y] *= row[y];
+    const val_t* row = factors_.data() + slots[j].table + states * state[slots[j].neighbour];
+    for (std::size_t y = 0; y < states; ++y) p[y] *= row[y];
   }
   val_t sum = 0;
-  for (std::size_t y = 0; y < vertex.states; ++y) sum += p[y];
+  for (std::size_t y = 0; y < states; ++y) sum += p[y];
   const val_t target = static_cast<val_t>(u) * sum;
   const val_t margin = vertex.doubt * sum;
   val_t total = 0;
   std::size_t passed = 0;
   bool clear = true;
-  for (std::size_t y = 0; y < vertex.states; ++y) {
+  for (std::size_t y = 0; y < states; ++y) {
     total += p[y];
     clear &= std::abs(total - target) > margin;
     passed += total < target ? 1 : 0;
   }
-  return clear && passed < vertex.states ? passed : undecided;
+  return clear && passed < states ? passed : undecided;
 }
 
 }  // namespace QZ

@@ -10,6 +10,12 @@
 
 namespace QZ {
 
+/// Half-open range of states.
+struct StateRange {
+  std::size_t begin;
+  std::size_t end;
+};
+
 /// States of the vertices that a tuple of parameters speaks about; all other vertices are open.
 /// Clearing costs the number of fixed vertices only.
 template <class idx_t>
@@ -25,8 +31,11 @@ class PartialConfiguration {
 
   bool is_open(idx_t v) const { return state_[v] == all_ones<idx_t>; }
 
-  /// Whether `v` is open or has state `x`.
-  bool allows(idx_t v, idx_t x) const { return is_open(v) || state_[v] == x; }
+  /// The states that `v` may have: its own if it is fixed, all of them if not.
+  StateRange choices(idx_t v) const {
+    if (is_open(v)) return {0, states_[v]};
+    return {state_[v], std::size_t{state_[v]} + 1};
+  }
 
   /// The number of configurations of the fixed vertices.
   double combinations() const {

@@ -157,6 +157,10 @@ bool all_within(const val_t* in, std::size_t n, val_t low, val_t high) {
 
 }  // namespace vector_math
 
+/// Numbers of this magnitude and below have normal exponentials, and so have sums of a few of them.
+template <class val_t>
+inline constexpr val_t safe_exponent = sizeof(val_t) == sizeof(float) ? val_t(80) : val_t(700);
+
 /// out[i] = exp(in[i]). `out` may be `in`.
 template <class val_t>
 void exp_all(const val_t* in, val_t* out, std::size_t n) {
