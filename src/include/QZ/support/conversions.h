@@ -29,6 +29,17 @@ constexpr to_t saturating_cast(from_t x) {
   }
 }
 
+/// A real number as a value of the library: rounded to float, unchanged as double, saturated as an
+/// unsigned integer.
+template <class val_t>
+constexpr val_t value_cast(double x) {
+  if constexpr (std::is_integral_v<val_t>) {
+    return saturating_cast<val_t>(x);
+  } else {
+    return static_cast<val_t>(x);
+  }
+}
+
 /// The low bits of the number as a signed 64-bit integer. A free vertex, stored as -1.0, becomes
 /// all ones, which no state count reaches. A number outside the signed range, or a NaN, counts as
 /// the smallest signed number.

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <type_traits>
 
+#include "QZ/bp/bit_length_bp.h"
 #include "QZ/bp/lbp.h"
 #include "QZ/inference/engine.h"
 #include "QZ/io/model_container.h"
@@ -44,10 +45,13 @@ template <class idx_t, class val_t>
 InferenceAlgorithm<idx_t, val_t>* vm_t::getIA() {
   IO<idx_t, val_t>& model = *require_object<IO<idx_t, val_t>>(VarType::MPT);
   model.require_matching_arrays();
+  const idx_t iterations = wrapping_cast<idx_t>(get(VarType::MIL));
   if constexpr (std::is_integral_v<val_t>) {
-    not_available();
+    // Integers have one engine, whatever the register says.
+    auto* engine = new BitLengthBP<idx_t>(model.graph, model.states, model.weights, rng);
+    engine->max_iterations = iterations;
+    return engine;
   } else {
-    const idx_t iterations = wrapping_cast<idx_t>(get(VarType::MIL));
     switch (static_cast<InfType>(wrapping_cast<unsigned char>(get(VarType::INF)))) {
       case InfType::LBP: {
         auto* engine = new LBP<idx_t, val_t>(model.graph, model.states, model.weights, rng,

@@ -12,12 +12,13 @@
 #include "QZ/io/model_container.h"
 #include "QZ/machine/vm.h"
 #include "QZ/mrf/abstract_mrf.h"
+#include "QZ/opt/evolution.h"
 #include "QZ/opt/fista.h"
 #include "QZ/opt/gradient_descent.h"
+#include "QZ/opt/integer_descent.h"
 #include "QZ/opt/optimizer.h"
 #include "QZ/opt/proximal_gradient.h"
 #include "QZ/support/conversions.h"
-#include "QZ/support/unavailable.h"
 
 namespace QZ {
 
@@ -50,13 +51,18 @@ OptimizerPtr<idx_t, val_t> make_external_optimizer(const vm_t& machine) {
 
 /// The optimizer in register `OPT`.
 template <class idx_t, class val_t>
-OptimizerPtr<idx_t, val_t> make_optimizer(const vm_t& machine) {
+OptimizerPtr<idx_t, val_t> make_optimizer(vm_t& machine) {
   using Hook = void(OptState<idx_t, val_t>*);
   const unsigned long code = machine.get(VarType::OPT);
   const auto is = [code](OptType type) { return code == static_cast<unsigned long>(type); };
   if constexpr (std::is_integral_v<val_t>) {
-    if (!is(OptType::EA11) && !is(OptType::IGD)) throw_unknown_optimizer();
-    not_available();
+    const idx_t k_limit = wrapping_cast<idx_t>(machine.get(VarType::KXX));
+    if (is(OptType::EA11)) return std::make_unique<EA11<idx_t>>(k_limit, &machine.random_engine());
+    if (is(OptType::IGD)) {
+      const auto& container = *machine.require_object<IO<idx_t, val_t>>(VarType::MPT);
+      return std::make_unique<IntGD<idx_t>>(*container.graph, container.states, k_limit);
+    }
+    throw_unknown_optimizer();
   } else {
     Hook* update = machine.function<Hook>(VarType::CBU);
     Hook* proximal = machine.function<Hook>(VarType::CPR);
@@ -71,11 +77,7 @@ OptimizerPtr<idx_t, val_t> make_optimizer(const vm_t& machine) {
 /// A real register as a value: integers take its nearest unsigned number.
 template <class val_t>
 val_t value_of(const vm_t& machine, VarType var) {
-  if constexpr (std::is_integral_v<val_t>) {
-    return saturating_cast<val_t>(machine.getR(var));
-  } else {
-    return static_cast<val_t>(machine.getR(var));
-  }
+  return value_cast<val_t>(machine.getR(var));
 }
 
 /// The pairwise statistics: frequencies for float and double, counts for integers. One entry per

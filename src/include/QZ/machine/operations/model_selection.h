@@ -7,18 +7,22 @@
 
 #include "QZ/inference/engine.h"
 #include "QZ/machine/vm.h"
+#include "QZ/mrf/integer_mrf.h"
+#include "QZ/mrf/ising.h"
 #include "QZ/mrf/mrf.h"
-#include "QZ/support/unavailable.h"
+#include "QZ/mrf/strf.h"
+#include "QZ/support/conversions.h"
 
 namespace QZ {
 
 namespace operations {
 
-/// The pairwise field. The indicator vectors of two configurations lie at most sqrt(2 * edges)
-/// apart, which bounds their covariance, and that is the curvature of the objective.
-template <class idx_t, class val_t>
-std::unique_ptr<MRF<idx_t, val_t>> make_field(InferenceAlgorithm<idx_t, val_t>* engine) {
-  auto model = std::make_unique<MRF<idx_t, val_t>>(engine);
+/// A pairwise field, or one that expands into it. The indicator vectors of two configurations lie
+/// at most sqrt(2 * edges) apart, which bounds their covariance, and that is the curvature of the
+/// objective.
+template <class model_t, class idx_t, class val_t>
+std::unique_ptr<model_t> make_field(InferenceAlgorithm<idx_t, val_t>* engine) {
+  auto model = std::make_unique<model_t>(engine);
   model->lipschitz = 2 * static_cast<val_t>(model->graph->edges());
   return model;
 }
@@ -28,12 +32,18 @@ std::unique_ptr<MRF<idx_t, val_t>> make_field(InferenceAlgorithm<idx_t, val_t>* 
 template <class idx_t, class val_t>
 AbstractMRF<idx_t, val_t>* vm_t::getMOD(InferenceAlgorithm<idx_t, val_t>* engine) {
   // Integers have one model class, whatever the register says.
-  if constexpr (!std::is_integral_v<val_t>) {
-    if (get(VarType::REP) == static_cast<unsigned long>(ReparamType::NONE)) {
-      return operations::make_field(engine).release();
+  if constexpr (std::is_integral_v<val_t>) {
+    return new IntegerMRF<idx_t>(engine, wrapping_cast<idx_t>(get(VarType::KXX)));
+  } else {
+    switch (const auto reparam = static_cast<ReparamType>(get(VarType::REP))) {
+      case ReparamType::NONE:
+        return operations::make_field<MRF<idx_t, val_t>>(engine).release();
+      case ReparamType::ISING:
+        return operations::make_field<Ising<idx_t, val_t>>(engine).release();
+      default:
+        return new STRF<idx_t, val_t>(engine, reparam);
     }
   }
-  not_available();
 }
 
 }  // namespace QZ
