@@ -76,7 +76,7 @@ class PlainPropagation {
           static_cast<double>(model_.graph->num_neighbors(static_cast<idx_t>(v))) - 1;
       for (std::size_t x = 0; x < model_.states[v]; ++x) {
         const double p = vertex_probability(v, x);
-        if (p > 0) total += others * p * std::log(p);
+        if (p != 0) total += others * p * std::log(p);
       }
     }
     for (std::size_t e = 0; e < model_.edges(); ++e) {
@@ -84,7 +84,7 @@ class PlainPropagation {
       for (std::size_t xs = 0; xs < model_.states[s]; ++xs) {
         for (std::size_t xt = 0; xt < model_.states[t]; ++xt) {
           const double p = edge_probability(e, xs, xt);
-          if (p > 0) {
+          if (p != 0) {
             total -= p * (std::log(p) - static_cast<double>(model_.weights[model_.at(e, xs, xt)]));
           }
         }
