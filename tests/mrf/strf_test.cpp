@@ -1,0 +1,162 @@
+#include "QZ/mrf/strf.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "QZ/graph/chain.h"
+#include "support/pair_graph.h"
+#include "support/toy_engines.h"
+
+namespace {
+
+using Index = unsigned int;
+using QZ::ReparamType;
+
+/// Two vertices with 2 and 3 states over three time slices: 6 vertices, 11 edges.
+struct Slices {
+  Slices() : states{2, 3, 2, 3, 2, 3}, engine(&graph, states.data()) {
+    std::mt19937 rng(8);
+    std::normal_distribution<double> normal(0, 0.4);
+    for (Index k = 0; k < engine.dim; ++k) engine.weights[k] = normal(rng);
+    moments.resize(engine.dim);
+    for (double& m : moments) m = std::abs(normal(rng));
+  }
+
+  QZ::Chain<Index> base{2};
+  QZ::STGraph<Index> graph{3, &base};
+  std::vector<Index> states;
+  qz_test::ExactEngine<Index, double> engine;
+  std::vector<double> moments;
+};
+
+/// What an edge of the eleven is, written down from their numbering: four temporal edges (vertex by
+/// vertex, two steps each), then spatial, forward and backward cross edge of each step, then the
+/// spatial edge of the last slice.
+struct LikeEdges {
+  std::vector<Index> at_step;
+};
+const LikeEdges like_edges[11] = {{{0}}, {{0, 1}}, {{2}},    {{2, 3}}, {{4}},       {{5}},
+                                  {{6}}, {{4, 7}}, {{5, 8}}, {{6, 9}}, {{4, 7, 10}}};
+
+double decay(std::size_t step, std::size_t time, ReparamType kind) {
+  return QZ::decay_coeff<double, Index>(static_cast<Index>(step), static_cast<Index>(time), kind);
+}
+
+const ReparamType kinds[] = {ReparamType::NONE,          ReparamType::STLINEAR,
+                             ReparamType::STQUAD,        ReparamType::STCUBIC,
+                             ReparamType::STRATIONAL,    ReparamType::STEXPONENTIAL,
+                             ReparamType::STINVQUAD,     ReparamType::STINVCUBIC,
+                             ReparamType::STINVRATIONAL, ReparamType::STINVEXPONENTIAL};
+
+TEST(Strf, AWeightIsTheDecayedSumOfItsLikeEdges) {
+  for (const ReparamType kind : kinds) {
+    Slices slices;
+    QZ::STRF<Index, double> model(&slices.engine, kind);
+    const std::vector<double> point(model.time_weights, model.time_weights + model.dim);
+    model.decode_weights();
+    for (Index e = 0; e < 11; ++e) {
+      const auto& sources = like_edges[e].at_step;
+      const Index begin = slices.engine.weight_offsets[e];
+      const Index size = slices.engine.weight_offsets[e + 1] - begin;
+      for (Index k = 0; k < size; ++k) {
+        double expected = 0;
+        for (std::size_t j = 0; j < sources.size(); ++j) {
+          expected += decay(j, sources.size() - 1, kind) *
+                      point[slices.engine.weight_offsets[sources[j]] + k];
+        }
+        EXPECT_NEAR(slices.engine.weights[begin + k], expected, 1e-14) << "edge " << e;
+      }
+    }
+  }
+}
+
+TEST(Strf, TheGradientIsThatOfTheObjective) {
+  for (const ReparamType kind : kinds) {
+    Slices slices;
+    QZ::STRF<Index, double> model(&slices.engine, kind);
+    double* borrowed = slices.moments.data();
+    model.set_empirical(borrowed, 10);
+    const std::vector<double> gradient(model.comp_gradient(), model.comp_gradient() + model.dim);
+    double largest = 0;
+    for (Index k = 0; k < model.dim; ++k) {
+      const double here = model.time_weights[k];
+      const double h = 1e-5;
+      const auto objective = [&](double x) {
+        model.current_point()[k] = x;
+        model.decode_weights();
+        slices.engine.infer(0);
+        return model.eval();
+      };
+      const double slope = (objective(here + h) - objective(here - h)) / (2 * h);
+      model.time_weights[k] = here;
+      EXPECT_NEAR(gradient[k], slope, 1e-8) << "entry " << k << " of kind " << int(kind);
+      largest = std::max(largest, std::abs(gradient[k]));
+    }
+    EXPECT_EQ(model.gradient_norm, largest);
+  }
+}
+
+TEST(Strf, StartsFromTheEnginesWeights) {
+  Slices slices;
+  const std::vector<double> before(slices.engine.weights,
+                                   slices.engine.weights + slices.engine.dim);
+  QZ::STRF<Index, double> model(&slices.engine, ReparamType::STLINEAR);
+  EXPECT_TRUE(model.weights_current);
+  EXPECT_EQ(std::vector<double>(model.time_weights, model.time_weights + model.dim), before);
+  EXPECT_EQ(model.current_point(), model.time_weights);
+  EXPECT_FALSE(model.weights_current);
+  model.convert();
+  EXPECT_TRUE(model.weights_current);
+}
+
+TEST(Strf, EdgesOfTimeZeroKeepTheirParameters) {
+  Slices slices;
+  QZ::STRF<Index, double> model(&slices.engine, ReparamType::STINVCUBIC);
+  const double first = model.time_weights[0];
+  model.convert();
+  EXPECT_DOUBLE_EQ(slices.engine.weights[0], first);
+}
+
+TEST(Strf, KindsThatAreNoDecayLeaveNothing) {
+  for (const ReparamType kind : {ReparamType::INTEGER, ReparamType::DBT}) {
+    Slices slices;
+    QZ::STRF<Index, double> model(&slices.engine, kind);
+    double* borrowed = slices.moments.data();
+    model.set_empirical(borrowed, 10);
+    model.comp_gradient();
+    for (Index k = 0; k < model.dim; ++k) EXPECT_EQ(slices.engine.weights[k], 0.0);
+    EXPECT_EQ(model.gradient_norm, 0.0);
+    EXPECT_EQ(model.lipschitz, 0.0);
+  }
+}
+
+TEST(Strf, BoundsItsCurvatureByTheStatedSums) {
+  Slices slices;
+  const QZ::STRF<Index, double> model(&slices.engine, ReparamType::STLINEAR);
+  const double blocks = 2 * 2 + 3 * 3 + 3 * 2 * 3;
+  const double decays = 1 + (0.25 + 1) + (1.0 / 9 + 4.0 / 9 + 1);
+  EXPECT_NEAR(model.lipschitz, decays * (blocks * 2 * 11), 1e-9);
+}
+
+TEST(Strf, FillsTheTableOfEdgesByWeight) {
+  Slices slices;
+  const QZ::STRF<Index, double> model(&slices.engine, ReparamType::NONE);
+  for (Index e = 0; e < 11; ++e) {
+    const Index begin = slices.engine.weight_offsets[e];
+    for (Index k = begin; k < slices.engine.weight_offsets[e + 1]; ++k) {
+      EXPECT_EQ(slices.engine.edge_of_weight[k], e);
+    }
+  }
+}
+
+TEST(Strf, NeedsAGraphOverTimeSlices) {
+  qz_test::PairGraph<Index> graph(2, {{0, 1}});
+  std::vector<Index> states{2, 2};
+  qz_test::ExactEngine<Index, double> engine(&graph, states.data());
+  EXPECT_THROW((QZ::STRF<Index, double>(&engine, ReparamType::STLINEAR)), std::logic_error);
+}
+
+}  // namespace
