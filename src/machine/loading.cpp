@@ -94,10 +94,9 @@ HiddenColumns hidden_columns(const vm_t& vm, const IO<idx_t, val_t>& model) {
 }
 
 bool has_binary_magic(const std::string& name) {
-  constexpr char magic[8] = {'q', 'z', 'b', 'i', 'n', '$', '\0', '#'};
-  char head[sizeof magic] = {};
+  char head[sizeof CategoricalBinaryData::magic] = {};
   std::ifstream(name, std::ios::binary).read(head, sizeof head);
-  return std::memcmp(head, magic, sizeof magic) == 0;
+  return std::memcmp(head, CategoricalBinaryData::magic, sizeof head) == 0;
 }
 
 std::unique_ptr<CategoricalData> binary_table() {
