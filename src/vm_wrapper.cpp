@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "QZ/data/discretization.h"
 #include "QZ/machine/vm.h"
 #include "QZ/support/interrupt.h"
 
@@ -45,6 +46,14 @@ unsigned long version(void) { return 10063; }
 void ctrlchandler(int) {
   if (QZ::stop_requested()) std::abort();
   __run = 0;
+}
+
+DiscretizationModel discretize(unsigned short* out, double* in, size_t n, size_t bins) {
+  return QZ::discretize(out, in, n, bins);
+}
+
+void discretize_precomputed(unsigned short* out, double* in, size_t n, DiscretizationModel model) {
+  QZ::discretize_precomputed(out, in, n, model);
 }
 
 vm_wrapper::vm_wrapper() : machine_(new QZ::vm_t) {}

@@ -13,7 +13,10 @@
  * the failing line) and destroyed, and refuses everything else.
  */
 
+#include <stddef.h>
 #include <stdint.h>
+
+#include "QZ/data/discretization_model.h"
 
 #ifdef __cplusplus
 #include <string>
@@ -76,6 +79,20 @@ unsigned long version(void);
  * A signal handler for the caller to install: the first signal clears __run, the second aborts.
  */
 void ctrlchandler(int signal);
+
+/*
+ * Turns a column of n numbers into categories: learns at most `bins` bins from it and writes the
+ * category of each number to `out`. A column with no more distinct numbers than bins gets a bin for
+ * each; otherwise the bins hold about equally many, and equal numbers stay together. The two arrays
+ * of the result are made with new[] and belong to the caller. No bins at all throw.
+ */
+DiscretizationModel discretize(unsigned short* out, double* in, size_t n, size_t bins);
+
+/*
+ * Writes the categories of n further numbers under a model that was learned before. Numbers beyond
+ * the first or last bin count to it; one in a gap between bins ends the process.
+ */
+void discretize_precomputed(unsigned short* out, double* in, size_t n, DiscretizationModel model);
 
 #ifdef __cplusplus
 }

@@ -38,8 +38,9 @@ TEST(Exports, AreTheKeptListAndNothingElse) {
 }
 
 TEST(Exports, AreDeclaredForC) {
-  const Outcome compiler = shell("cc -std=c11 -Wall -Wextra -pedantic -Werror -fsyntax-only -I '" +
-                                 source + "/src' '" + source + "/tests/install/c_caller.c'");
+  const Outcome compiler =
+      shell("cc -std=c11 -Wall -Wextra -pedantic -Werror -fsyntax-only -I '" + source +
+            "/src' -I '" + source + "/src/include' '" + source + "/tests/install/c_caller.c'");
   EXPECT_EQ(compiler.status, 0) << compiler.err;
 }
 
