@@ -151,6 +151,12 @@ class SQM : public InferenceAlgorithm<idx_t, val_t> {
 
   void start_sums();
 
+  void forget_tuples() {
+    const std::lock_guard lock(KNOWN_MTX);
+    KNOWN.clear();
+    covered().store(0);
+  }
+
   /// Endpoints of every edge.
   std::vector<Endpoints<idx_t>> ends_;
 
@@ -231,11 +237,7 @@ void SQM<idx_t, val_t>::init_sqm() {
   approximation->apx(exponential, exponential, exponential, 100);
   mass_total = 0;
   approximation_error = approximation->error();
-  {
-    const std::lock_guard lock(KNOWN_MTX);
-    KNOWN.clear();
-  }
-  covered().store(0);
+  forget_tuples();
   const double m = static_cast<double>(ends_.size());
   const std::size_t terms = std::size_t{degree} + 1;
   for (std::size_t d = 0; d < terms; ++d) {

@@ -3,6 +3,7 @@
 /// Polynomial moments from distinct tuples.
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <memory>
@@ -19,7 +20,8 @@ namespace QZ {
 /// The sum over distinct tuples, each weighed with its own probability, takes the place of the mean
 /// over draws. Terms that would be negative count as 0 here, in contrast to `SQM` and to the
 /// exhaustive sum. Distinct tuples are told apart by a key that wraps in `idx_t` and may collide:
-/// of tuples with one key the first drawn counts.
+/// of tuples with one key the first drawn counts. Engines of one type in several threads share the
+/// table of keys, so that each lacks what the others have drawn.
 template <class idx_t, class val_t>
 class SQMplus : public SQM<idx_t, val_t> {
   using Base = SQM<idx_t, val_t>;
@@ -44,7 +46,23 @@ class SQMplus : public SQM<idx_t, val_t> {
  private:
   static constexpr unsigned long stalled_after = 1ul << 20;
 
-  void draw_distinct_tuples();
+  /// A run of `infer` that notices whether others have gone on at the same time.
+  class Run {
+   public:
+    Run() : number_(++started), first_(active++ == 0) {}
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+    ~Run() { --active; }
+    bool alone() const { return first_ && number_ == started; }
+
+   private:
+    inline static std::atomic<unsigned long> started = 0;
+    inline static std::atomic<unsigned long> active = 0;
+    unsigned long number_;
+    bool first_;
+  };
+
+  void draw_distinct_tuples(const Run& run);
   idx_t key_of(const idx_t* tuple, std::size_t d) const;
   /// True for a key that was not known.
   static bool remember(idx_t key) {
@@ -59,10 +77,11 @@ void SQMplus<idx_t, val_t>::infer(const idx_t& mode) {
     this->infer_slow(mode);
     return;
   }
+  const Run run;
   this->init_sqm();
   this->start_sums();
   std::fill_n(moment_norms, dim, val_t(0));
-  if (max_iterations > 0) draw_distinct_tuples();
+  if (max_iterations > 0) draw_distinct_tuples(run);
   if (estimate_sum == 0) estimate_sum = 1;
   sample_count = 1;
   Base::covered().store(1);
@@ -71,7 +90,7 @@ void SQMplus<idx_t, val_t>::infer(const idx_t& mode) {
 }
 
 template <class idx_t, class val_t>
-void SQMplus<idx_t, val_t>::draw_distinct_tuples() {
+void SQMplus<idx_t, val_t>::draw_distinct_tuples(const Run& run) {
   Partial fixed(this->states, this->graph->vertices());
   const auto room = std::make_unique<idx_t[]>(this->degree);
   idx_t* tuple = room.get();
@@ -82,8 +101,10 @@ void SQMplus<idx_t, val_t>::draw_distinct_tuples() {
     this->sample(tuple, d);
     if (!remember(key_of(tuple, d))) {
       if (lowest >= max_iterations) break;
-      if (++known_in_a_row == stalled_after) throw std::logic_error("no new tuples");
-      continue;
+      if (++known_in_a_row < stalled_after) continue;
+      if (run.alone()) throw std::logic_error("no new tuples");
+      // The mass that is missing went to an engine in another thread.
+      break;
     }
     known_in_a_row = 0;
     this->fix(fixed, tuple, d);
