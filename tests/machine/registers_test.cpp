@@ -14,8 +14,8 @@
 #include "QZ/machine/vm.h"
 #include "QZ/machine/vocabulary.h"
 #include "machine/expected_registers.h"
-#include "support/statements.h"
 #include "support/pair_types.h"
+#include "support/statements.h"
 
 namespace {
 
