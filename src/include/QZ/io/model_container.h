@@ -5,12 +5,14 @@
 
 #include <cstddef>
 #include <functional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "QZ/graph/abstract_graph.h"
 #include "QZ/support/conversions.h"
+#include "QZ/support/progress.h"
 #include "QZ/support/type_pairs.h"
 
 namespace QZ {
@@ -27,7 +29,10 @@ using EdgeIndexFunction = std::function<idx_t(const idx_t& a, const idx_t& b)>;
 
 /// What register `MPT` holds and a model file stores.
 ///
-/// Blocks     the block of edge e = (s, t) starts at `offsets[n + e]` of the statistics and at
+/// Blocks     the block of vertex v starts at `offsets[v]` of the statistics; where all pairs were
+///            counted for a union of cliques, that is the block of vertex n - 1 - v, as subsets are
+///            numbered, until STATS counts anew.
+///            The block of edge e = (s, t) starts at `offsets[n + e]` of the statistics and at
 ///            `offsets[n + e] - offsets[n]` of the weights; the entry of (xs, xt) lies
 ///            xs * states[t] + xt behind it.
 /// Ownership  the destructor destroys the names and texts. Graph and arrays are left alone: the
@@ -64,6 +69,39 @@ class IO {
   /// statFunction  counts the blocks afresh; an empty one has them copied.
   void reconfigure(idx_t* adjacency, EdgeIndexFunction<idx_t> edgeIndex,
                    StatFunction<idx_t, val_t> statFunction);
+
+  /// Replaces the graph by its spanning tree of largest mutual information, copies the statistics
+  /// of the tree's edges and sets `graphType` to `CHOWLIU`. Natural logarithms. `progress` may be
+  /// null; the tag is "CL   ". Source: Chow and Liu 1968, Approximating discrete probability
+  /// distributions with dependence trees.
+  void buildChowLiu(ProgressCallback progress);
+
+  /// Replaces the graph by those of its edges on which some pair of states is strongly associated,
+  /// and sets `graphType` to `ELEMGM`. The largest share `t` of all state pairs is strong, and at
+  /// most the share `t` of the edges is kept; of more, those with the weaker entries. Throws
+  /// logic_error for a share outside 0 to 1. `progress` may be null; the tags are "EGM  ", "EGM E".
+  void buildElemGM(val_t t, ProgressCallback progress);
+
+  /// Replaces the graph by a union of k-cliques, in descending order of their interaction
+  /// information, until all vertices hang together. Needs statistics of `configureStats` up to
+  /// order k; `stat` is called from several threads. `theta` is not used. Sets `graphType` to
+  /// `CHOWLIU` for k = 2 and to `CLIQUES` otherwise.
+  ///
+  /// Returns the mean of a score per accepted clique: the absolute interaction that stands, in the
+  /// sorted list, at the place of the clique's rank, which is in general another clique's. A NaN if
+  /// no clique was accepted. Throws logic_error for k below 2. Tags "ENT  ", "MI   ", "SORT " and
+  /// "CLIQS".
+  double buildCliques(val_t theta, idx_t k, ProgressCallback progress,
+                      StatFunction<idx_t, val_t> stat);
+
+  /// As `buildCliques`, but draws cliques at random and accepts them by their interaction, so that
+  /// nothing but what is drawn is counted. Needs statistics of `sumStats`. Sets `graphType` to
+  /// `RNDCLIQUES` and returns the mean absolute interaction of the accepted cliques. Asserts
+  /// "Imax < upper". Throws logic_error for k below 2, above 63 or above the number of vertices,
+  /// and when refusals have left no chance to go on. The tag is "STRUCT", followed after the first
+  /// clique by ";" and the share of accepted draws.
+  double buildCliquesRnd(val_t theta, idx_t k, ProgressCallback progress,
+                         StatFunction<idx_t, val_t> stat, std::mt19937* rng);
 
   /// Throws logic_error unless the arrays belong to the graph: a graph that was loaded or converted
   /// over a model leaves it with arrays of other lengths.
@@ -149,9 +187,11 @@ void IO<idx_t, val_t>::require_matching_arrays() const {
   const std::size_t n = graph->vertices();
   bool fits = vertexNames == nullptr || vertexNames->size() == n;
   fits = fits && offsets != nullptr && numOffsets == wrapping_cast<idx_t>(n + graph->edges() + 1);
+  idx_t vertex_entries = 0;
   for (std::size_t v = 0; fits && v < n; ++v) {
-    fits = wrapping_sub(offsets[v + 1], offsets[v]) == states[v];
+    vertex_entries = wrapping_add(vertex_entries, states[v]);
   }
+  fits = fits && offsets[n] == vertex_entries;
   for (idx_t e = 0; fits && e < graph->edges(); ++e) {
     const auto [s, t] = endpoints(*graph, e);
     fits = wrapping_sub(offsets[n + e + 1], offsets[n + e]) == wrapping_mul(states[s], states[t]);
@@ -163,6 +203,10 @@ void IO<idx_t, val_t>::require_matching_arrays() const {
 }  // namespace QZ
 
 // The bodies, by theme.
+#include "QZ/io/chow_liu.h"
+#include "QZ/io/cliques.h"
+#include "QZ/io/elementary.h"
 #include "QZ/io/graph_export.h"
 #include "QZ/io/model_file.h"
+#include "QZ/io/random_cliques.h"
 #include "QZ/io/reconfigure.h"

@@ -51,6 +51,8 @@ void IO<idx_t, val_t>::reconfigure(idx_t* adjacency, EdgeIndexFunction<idx_t> ed
   const std::size_t edges = learned->edges();
   idx_t places = 0;
   auto starts = statistics_offsets<idx_t>(*learned, states, true, places);
+  // The vertex blocks stay as they are, whichever order their counter gave them.
+  std::copy_n(offsets, n + 1, starts.get());
   auto counts = std::make_unique<val_t[]>(starts[n + edges]);
   const idx_t new_dim = wrapping_sub(starts[n + edges], starts[n]);
   auto zeroes = std::make_unique<val_t[]>(new_dim);

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "QZ/data/categorical_data.h"
+#include "QZ/data/configure_statistics.h"
+#include "QZ/data/joint_histogram.h"
 #include "QZ/graph/abstract_graph.h"
 #include "QZ/graph/unrolled.h"
 #include "QZ/io/model_container.h"
@@ -16,7 +18,6 @@
 #include "QZ/machine/values.h"
 #include "QZ/machine/vm.h"
 #include "QZ/support/conversions.h"
-#include "QZ/support/unavailable.h"
 
 namespace QZ {
 
@@ -51,21 +52,52 @@ void describe_columns(IO<idx_t, val_t>& model, const CategoricalData& data) {
   model.weights = new val_t[model.dim]();
 }
 
+/// Counts the table for a container that `describe_columns` has filled, as its graph's learner
+/// needs it, and has the learner replace the graph. Returns the learner's score, -1 where there is
+/// none.
+template <class idx_t, class val_t>
+double count_and_learn(IO<idx_t, val_t>& model, CategoricalData& data, vm_t& machine) {
+  const auto kind = static_cast<GraphType>(wrapping_cast<unsigned char>(model.graphType));
+  const ProgressCallback progress = machine.progress_callback();
+  const val_t share = value_cast<val_t>(machine.getR(VarType::PEL));
+  idx_t order = wrapping_cast<idx_t>(machine.get(VarType::KXX));
+  if (kind != GraphType::CLIQUES) {
+    count_into(model, data, *model.graph, machine.random_engine());
+  } else if (!configureStats(&data, model.graph, model.states, &machine.random_engine(), order,
+                             model.stats, model.offsets, model.numOffsets, model.statsLength,
+                             progress)) {
+    throw_no_statistics();
+  }
+  const idx_t n = model.graph->vertices();
+  const StatFunction<idx_t, val_t> joint = [&](unsigned long set, const idx_t& size) {
+    return sumStatsOnlineSUI<idx_t, val_t>(&data, n, model.states, set, size);
+  };
+  switch (kind) {
+    case GraphType::CHOWLIU:
+      model.buildChowLiu(progress);
+      return -1;
+    case GraphType::ELEMGM:
+      model.buildElemGM(share, progress);
+      return -1;
+    case GraphType::CLIQUES:
+      return model.buildCliques(share, order, progress, joint);
+    case GraphType::RNDCLIQUES:
+      return model.buildCliquesRnd(share, order, progress, joint, &machine.random_engine());
+    default:
+      return -1;
+  }
+}
+
 template <class idx_t, class val_t>
 void vm_t::modelFunc0() {
   auto& data = *require_object<CategoricalData>(VarType::DPT);
   auto* graph = require_object<AbstractGraph<idx_t>>(VarType::GPT);
-  switch (static_cast<GraphType>(wrapping_cast<unsigned char>(get(VarType::GRA)))) {
-    case GraphType::CHOWLIU:
-    case GraphType::ELEMGM:
-    case GraphType::CLIQUES:
-    case GraphType::RNDCLIQUES:
-      not_available();
-    default:
-      break;
-  }
   AbstractGraph<idx_t>* base = nullptr;
   if (decays_over_time(get(VarType::REP))) base = slice_of(*graph);
+  if (static_cast<GraphType>(wrapping_cast<unsigned char>(get(VarType::GRA))) ==
+      GraphType::CLIQUES) {
+    require_clique_order(wrapping_cast<idx_t>(get(VarType::KXX)));
+  }
 
   auto& model = *new IO<idx_t, val_t>;
   set(VarType::MPT, static_cast<void*>(&model));
@@ -77,8 +109,8 @@ void vm_t::modelFunc0() {
   model.reparam = wrapping_cast<idx_t>(get(VarType::REP));
   model.samples = wrapping_cast<idx_t>(std::max(data.N, 1ul));
   model.layerText = convertList(object<std::vector<unsigned long>>(VarType::LPT));
-  count_into(model, data, *graph, *rng);
-  set(VarType::RES, -1.0);
+  const double score = count_and_learn(model, data, *this);
+  set(VarType::RES, score);
   set(VarType::GPT, static_cast<void*>(model.graph));
 }
 
