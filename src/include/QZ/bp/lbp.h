@@ -52,7 +52,12 @@ class LBP : public PairwiseBP<idx_t, val_t> {
   /// The probabilities q / Z of all state pairs of edge `e`, row-major with states[s] rows of
   /// states[t] entries, as `edge_marginal` gives them one by one. Costs one exponential per entry,
   /// in vector form. Safe to call from several threads after `infer` has returned.
-  void edge_marginals(const idx_t& e, val_t* probabilities) const;
+  void edge_marginals(const idx_t& e, val_t* probabilities) const {
+    edge_marginals(Range<idx_t>{e, wrapping_add<idx_t>(e, 1)}, probabilities);
+  }
+  /// The same for a run of edges, one block after the other. Small blocks make whole vectors
+  /// together.
+  void edge_marginals(const Range<idx_t>& edges, val_t* probabilities) const;
 
   void compute_edge_normalization() final;
   void post_process() final;
@@ -163,24 +168,31 @@ void LBP<idx_t, val_t>::edge_marginal(const idx_t& e, const idx_t& xs, const idx
 }
 
 template <class idx_t, class val_t>
-void LBP<idx_t, val_t>::edge_marginals(const idx_t& e, val_t* probabilities) const {
-  const EdgeTable table = edge_table(e);
-  const std::size_t pairs = table.rows * table.columns;
-  for (std::size_t xs = 0; xs < table.rows; ++xs) {
-    val_t* row = probabilities + xs * table.columns;
-    for (std::size_t xt = 0; xt < table.columns; ++xt) row[xt] = table.at(xs, xt) - edge_centre[e];
-  }
-  exp_all(probabilities, probabilities, pairs);
-  const double partition = static_cast<double>(edge_partition[e]);
-  for (std::size_t i = 0; i < pairs; ++i) {
-    const std::size_t k = weight_offsets[e] + i;
-    val_t q = clamp(probabilities[i]);
-    probabilities[i] = static_cast<val_t>(static_cast<double>(q) / partition);
-    if (has_exact_moment(k)) {
-      val_t Z = 0;
-      exact_marginal(e, k, q, Z);
-      probabilities[i] = static_cast<val_t>(static_cast<double>(q) / static_cast<double>(Z));
+void LBP<idx_t, val_t>::edge_marginals(const Range<idx_t>& edges, val_t* probabilities) const {
+  val_t* next = probabilities;
+  for (idx_t e = edges.begin; e < edges.end; ++e) {
+    const EdgeTable table = edge_table(e);
+    const val_t centre = edge_centre[e];
+    for (std::size_t xs = 0; xs < table.rows; ++xs) {
+      for (std::size_t xt = 0; xt < table.columns; ++xt) *next++ = table.at(xs, xt) - centre;
     }
+  }
+  exp_all(probabilities, probabilities, static_cast<std::size_t>(next - probabilities));
+  const bool holds_exact_moments = this->moment_norms[0] != free_state<val_t>;
+  next = probabilities;
+  for (idx_t e = edges.begin; e < edges.end; ++e) {
+    const std::size_t begin = weight_offsets[e];
+    const std::size_t pairs = weight_offsets[std::size_t{e} + 1] - begin;
+    const val_t partition = edge_partition[e];
+    for (std::size_t i = 0; i < pairs; ++i) next[i] = clamp(next[i]) / partition;
+    for (std::size_t i = 0; holds_exact_moments && i < pairs; ++i) {
+      if (!has_exact_moment(begin + i)) continue;
+      val_t q = 0;
+      val_t Z = 0;
+      exact_marginal(e, begin + i, q, Z);
+      next[i] = q / Z;
+    }
+    next += pairs;
   }
 }
 

@@ -49,7 +49,7 @@ class MRF : public AbstractMRF<idx_t, val_t> {
   std::size_t block_behind(std::size_t entry) const;
   val_t fill_gradient(Entries entries, bool whole_edges);
   val_t fill_entries(idx_t e, Entries entries);
-  val_t fill_block(idx_t e);
+  val_t fill_blocks(std::size_t first, std::size_t last);
   val_t store_difference(std::size_t i, val_t marginal);
 };
 
@@ -105,17 +105,14 @@ std::size_t MRF<idx_t, val_t>::block_behind(std::size_t entry) const {
 template <class idx_t, class val_t>
 val_t MRF<idx_t, val_t>::fill_gradient(Entries entries, bool whole_edges) {
   const idx_t* offsets = this->engine_->weight_offsets;
-  val_t largest = 0;
-  if (entries.begin == entries.end) return largest;
+  if (entries.begin == entries.end) return 0;
   if (whole_edges) {
     // An empty block begins where its successor does.
     const std::size_t first = entries.begin == 0 ? 0 : block_behind(entries.begin - 1);
     const std::size_t last = block_behind(entries.end - 1);
-    for (std::size_t e = first; e < last; ++e) {
-      largest = std::max(largest, fill_block(static_cast<idx_t>(e)));
-    }
-    return largest;
+    return fill_blocks(first, last);
   }
+  val_t largest = 0;
   std::size_t e = block_behind(entries.begin) - 1;
   for (std::size_t i = entries.begin; i < entries.end; ++e) {
     const std::size_t end = std::min(entries.end, static_cast<std::size_t>(offsets[e + 1]));
@@ -151,16 +148,23 @@ val_t MRF<idx_t, val_t>::fill_entries(idx_t e, Entries entries) {
   return largest;
 }
 
-/// Computes an edge's whole block.
+/// Computes the whole blocks of edges `first` to `last` - 1, in runs that stay in the cache.
 template <class idx_t, class val_t>
-val_t MRF<idx_t, val_t>::fill_block(idx_t e) {
+val_t MRF<idx_t, val_t>::fill_blocks(std::size_t first, std::size_t last) {
   val_t largest = 0;
   if constexpr (!std::is_integral_v<val_t>) {
-    const std::size_t begin = this->engine_->weight_offsets[e];
-    const std::size_t end = this->engine_->weight_offsets[std::size_t{e} + 1];
-    static_cast<LBP<idx_t, val_t>*>(this->engine_)->edge_marginals(e, this->gradient + begin);
-    for (std::size_t i = begin; i < end; ++i) {
-      largest = std::max(largest, store_difference(i, this->gradient[i]));
+    constexpr std::size_t run_length = 1024;
+    const auto& lbp = static_cast<LBP<idx_t, val_t>&>(*this->engine_);
+    const idx_t* offsets = lbp.weight_offsets;
+    for (std::size_t stop; first < last; first = stop) {
+      const std::size_t begin = offsets[first];
+      for (stop = first + 1; stop < last && offsets[stop] - begin < run_length; ++stop) {
+      }
+      lbp.edge_marginals({static_cast<idx_t>(first), static_cast<idx_t>(stop)},
+                         this->gradient + begin);
+      for (std::size_t i = begin; i < offsets[stop]; ++i) {
+        largest = std::max(largest, store_difference(i, this->gradient[i]));
+      }
     }
   }
   return largest;
