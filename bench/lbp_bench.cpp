@@ -67,15 +67,13 @@ void infer(benchmark::State& state, const std::string& name) {
   }
   engine.max_iterations = iterations;
   for (auto _ : state) engine.infer(0);
-  const std::int64_t items = std::int64_t{engine.message_count} * iterations;
+  const std::int64_t items = std::int64_t{engine.message_count} * engine.iterations;
   state.SetItemsProcessed(items * state.iterations());
   state.counters["time_per_item"] =
       benchmark::Counter(static_cast<double>(items), benchmark::Counter::kIsIterationInvariantRate |
                                                          benchmark::Counter::kInvert);
 }
 
-/// A tree settles within its diameter, so that fewer than 50 iterations run; noise in the last bit
-/// does not count as movement there. Its entries are therefore counted in a run that is cut short.
 const bool registered = [] {
   for (const std::string name : {"grid_100x100_2_states", "grid_100x100_8_states",
                                  "complete_30_4_states", "tree_2000_10_states"}) {

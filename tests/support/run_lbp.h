@@ -115,6 +115,7 @@ void expect_same_run(const QZ::LBP<idx_t, val_t>& engine, const TestModel<idx_t,
     }
   }
   expect_close(engine.log_partition, plain.bethe(), tolerance);
+  EXPECT_EQ(engine.iterations, plain.iterations);
 }
 
 }  // namespace qz_test

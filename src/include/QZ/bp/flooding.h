@@ -136,6 +136,8 @@ void PairwiseBP<idx_t, val_t>::run_as(Self& self, bool keep_messages) {
     moving = goes_on(iterations);
 #pragma omp barrier
   }
+#pragma omp single
+  self.iterations = iterations;
   self.compute_edge_normalization();
   for (idx_t v = share.begin; v < share.end; ++v) self.vertex_partition[v] = free_state<val_t>;
 #pragma omp barrier

@@ -48,6 +48,7 @@ bool LBP<idx_t, val_t>::infer_linear(bool max) {
     }
   }
   if (!done) return false;
+  this->iterations = linear_->iterations();
   // Exact moments of an earlier exhaustive run take the place of the edge tables.
   this->log_partition = this->moment_norms[0] != free_state<val_t> ? A_local() : bethe;
   return true;

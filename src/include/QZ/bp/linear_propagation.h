@@ -53,11 +53,13 @@ class LinearPropagation {
   /// Afterwards: the logarithms of the messages to the vertices of this thread.
   void take_logarithms();
 
+  /// How many iterations the last run took.
+  idx_t iterations() const { return iterations_; }
   const LinearLayout& layout() const { return layout_; }
   /// The exponentials of the weights of edge e: one row per state of its first end, each as long as
   /// the stride of its second end.
   const val_t* potential(std::size_t e) const {
-    return potentials_.data() + layout_.matrix_of_message[2 * e];
+    return potentials_.data() + layout_.first_matrix[e];
   }
   /// The log messages to vertex v, slot after slot, each as long as the stride of v.
   const val_t* log_messages(std::size_t v) const {
@@ -77,6 +79,7 @@ class LinearPropagation {
   };
 
   void exponentiate(const Model& model, WeightBounds<val_t>& bounds);
+  void fill_matrix(const Model& model, std::size_t e, bool with_weights);
   void start_vertex(const Model& model, const val_t* observed, std::size_t v);
   void constant_message(const Model& model, val_t x, std::size_t message, val_t* out) const;
   LinearSweep<val_t> sweep_from(int generation, bool first, std::size_t rank);
@@ -87,6 +90,7 @@ class LinearPropagation {
   std::vector<val_t> messages_[2];
   std::vector<val_t> beliefs_[2];
   int current_ = 0;
+  idx_t iterations_ = 0;
   BeliefBounds<val_t> belief_bounds_;
   std::size_t largest_stride_ = 1;
   std::vector<Report> reports_;
@@ -145,38 +149,55 @@ bool LinearPropagation<idx_t, val_t>::iterate(const Model& model, const val_t* o
     ++iterations;
   }
 #pragma omp single
-  current_ = current;
+  {
+    current_ = current;
+    iterations_ = iterations;
+  }
   return true;
 }
 
-/// Takes the exponentials of this thread's share of the edge blocks, as they stand and transposed,
-/// and the bounds of their weights.
+/// Takes the exponentials of this thread's share of the edge blocks, and the bounds of their
+/// weights.
 template <class idx_t, class val_t>
 void LinearPropagation<idx_t, val_t>::exponentiate(const Model& model,
                                                    WeightBounds<val_t>& bounds) {
   const auto share = my_share<std::size_t>(model.graph->edges());
+  if (share.begin == share.end) return;
+  bool padded = false;
   for (std::size_t e = share.begin; e < share.end; ++e) {
     const auto [s, t] = endpoints(*model.graph, static_cast<idx_t>(e));
     const std::size_t rows = model.states[s];
     const std::size_t columns = model.states[t];
-    const val_t* block = model.weights + model.weight_offsets[e];
-    bounds.add_block(block, rows * columns, std::max(rows, columns));
-    val_t* forward = potentials_.data() + layout_.matrix_of_message[2 * e];
-    val_t* backward = potentials_.data() + layout_.matrix_of_message[2 * e + 1];
-    const std::size_t forward_row = layout_.stride(t);
-    const std::size_t backward_row = layout_.stride(s);
-    if (forward_row == columns) {
-      exp_all(block, forward, rows * columns);
-    } else {
-      for (std::size_t x = 0; x < rows; ++x) {
-        exp_all(block + x * columns, forward + x * forward_row, columns);
-      }
-    }
-    for (std::size_t x = 0; x < rows; ++x) {
-      for (std::size_t y = 0; y < columns; ++y) {
-        backward[y * backward_row + x] = forward[x * forward_row + y];
-      }
-    }
+    bounds.add_block(model.weights + model.weight_offsets[e], rows * columns,
+                     std::max(rows, columns));
+    padded = padded || columns != layout_.stride(t);
+  }
+  if (!BeliefBounds<val_t>(bounds).fit) return;
+  val_t* begin = potentials_.data() + layout_.first_matrix[share.begin];
+  const std::size_t count = layout_.first_matrix[share.end] - layout_.first_matrix[share.begin];
+  if (!padded) {
+    // The blocks lie one behind the other, as their exponentials do.
+    exp_all(model.weights + model.weight_offsets[share.begin], begin, count);
+    return;
+  }
+  for (std::size_t e = share.begin; e < share.end; ++e) fill_matrix(model, e, true);
+  exp_all(begin, begin, count);
+  for (std::size_t e = share.begin; e < share.end; ++e) fill_matrix(model, e, false);
+}
+
+/// Copies the weights of an edge to the rows of its matrix, or leaves them, and sets to 0 what lies
+/// behind the states.
+template <class idx_t, class val_t>
+void LinearPropagation<idx_t, val_t>::fill_matrix(const Model& model, std::size_t e,
+                                                  bool with_weights) {
+  const auto [s, t] = endpoints(*model.graph, static_cast<idx_t>(e));
+  const std::size_t columns = model.states[t];
+  const std::size_t length = layout_.stride(t);
+  const val_t* from = model.weights + model.weight_offsets[e];
+  val_t* to = potentials_.data() + layout_.first_matrix[e];
+  for (std::size_t x = 0; x < model.states[s]; ++x, from += columns, to += length) {
+    if (with_weights) std::copy(from, from + columns, to);
+    std::fill(to + columns, to + length, val_t(0));
   }
 }
 

@@ -45,11 +45,11 @@ template <bool MAX, unsigned N, class val_t>
   constexpr unsigned lanes = N == 2 ? 2 : pack_lanes;
   using pack = Pack<val_t, lanes>;
   using pack_t = typename pack::type;
+  using Kernel = MessageKernel<MAX, N, val_t>;
   const LinearLayout& layout = *sweep.layout;
   const std::size_t begin = sweep.range.begin;
   if (begin == sweep.range.end) return 0;
   const LinearSlot* slot = layout.slots.data() + layout.first_slot[begin];
-  const val_t* potential = sweep.potentials + layout.first_matrix[begin];
   std::size_t entry = layout.first_entry[begin];
   pack_t moved{};
   bool fit = true;
@@ -61,15 +61,14 @@ template <bool MAX, unsigned N, class val_t>
     const LinearSlot* last = layout.slots.data() + layout.first_slot[v + 1];
     std::size_t pending = sweep.bounds.chunk;
     while (slot != last) {
-      const std::size_t senders = N > 0 ? N : slot->states;
       val_t* out = sweep.new_messages + entry;
       const val_t* old = sweep.old_messages + entry;
       if (slot->constant != 0) [[unlikely]] {
         if (!sweep.first) std::copy(old, old + packs * lanes, out);
       } else {
-        MessageKernel<MAX, N, val_t>::send(sweep.old_beliefs + slot->belief,
-                                           sweep.old_messages + slot->reverse, potential, senders,
-                                           packs, sweep.scratch, out);
+        Kernel::send(sweep.old_beliefs + slot->belief, sweep.old_messages + slot->reverse,
+                     sweep.potentials + LinearSlot::unit * slot->matrix, slot->transposed,
+                     {slot->states, states, sweep.scratch}, out);
       }
       for (std::size_t i = 0; i < packs; ++i) {
         const pack_t message = pack::at(out + i * lanes);
@@ -78,7 +77,6 @@ template <bool MAX, unsigned N, class val_t>
       }
       ++slot;
       entry += packs * lanes;
-      potential += senders * packs * lanes;
       if (--pending != 0 && slot != last) continue;
       pending = sweep.bounds.chunk;
       // A largest entry of 1, and the look at how far the others lie below it.

@@ -99,6 +99,8 @@ class PairwiseBP : public InferenceAlgorithm<idx_t, val_t> {
   unsigned char tree_flag;
   /// Largest movement of a message in the last iteration, shared by the team.
   val_t delta = 0;
+  /// Iterations of the last run.
+  idx_t iterations = 0;
 
  protected:
   /// `run` and `lbp` on behalf of a derived class whose operations the compiler then knows.
