@@ -9,6 +9,7 @@
 #include "QZ/bp/bit_length_bp.h"
 #include "QZ/bp/lbp.h"
 #include "QZ/inference/engine.h"
+#include "QZ/inference/sqm_plus.h"
 #include "QZ/io/model_container.h"
 #include "QZ/machine/vm.h"
 #include "QZ/support/conversions.h"
@@ -61,8 +62,13 @@ InferenceAlgorithm<idx_t, val_t>* vm_t::getIA() {
         return engine;
       }
       case InfType::JT:
-      case InfType::SQM:
         not_available();
+      case InfType::SQM: {
+        auto* engine = new SQMplus<idx_t, val_t>(model.graph, model.states, model.weights, rng,
+                                                 wrapping_cast<idx_t>(get(VarType::KXX)));
+        engine->max_iterations = iterations;
+        return engine;
+      }
       case InfType::EXTI: {
         auto* factory = function<EngineFactory<idx_t, val_t>>(VarType::EXT0);
         if (factory == nullptr) break;
