@@ -215,8 +215,8 @@ TEST_F(Examples, ImputingWritesTheProbabilitiesOfEachGap) {
   const double no = 122.0 * 126 * 1438 / (1490.0 * 1490);
   EXPECT_EQ(rows[1].substr(0, 17), "1st,Female,Adult,");
   EXPECT_NEAR(std::stod(rows[1].substr(rows[1].find("Yes:") + 4)), yes / (yes + no), 1e-5);
-  EXPECT_NEAR(std::stod(rows[1].substr(rows[1].find("[No:") + 4)), no / (yes + no), 1e-5);
-  EXPECT_GT(std::stod(rows[2].substr(rows[2].find("[No:") + 4)), 0.5);
+  EXPECT_NEAR(std::stod(rows[1].substr(rows[1].find(";No:") + 4)), no / (yes + no), 1e-5);
+  EXPECT_GT(std::stod(rows[2].substr(rows[2].find(";No:") + 4)), 0.5);
   // Given survival the other cells say nothing about the class: 203 of 711.
   EXPECT_NEAR(std::stod(rows[3].substr(rows[3].find("1st:") + 4)), 203.0 / 711, 1e-5);
   EXPECT_EQ(rows[4], "2nd,Male,Adult,No");
