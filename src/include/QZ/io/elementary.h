@@ -11,7 +11,7 @@
 
 #include "QZ/graph/graph_type.h"
 #include "QZ/graph/spanning_tree.h"
-#include "QZ/io/chow_liu.h"
+#include "QZ/io/edge_numbers.h"
 #include "QZ/io/model_container.h"
 #include "QZ/support/conversions.h"
 #include "QZ/support/progress.h"
@@ -87,7 +87,8 @@ void IO<idx_t, val_t>::buildElemGM(val_t t, ProgressCallback progress) {
     adjacency[u * n + v] = adjacency[v * n + u] = 1;
     ++accepted;
   }
-  reconfigure(adjacency.data(), EdgeNumbers<idx_t>(*graph), nullptr);
+  const EdgeNumbers<idx_t> numbers(*graph);
+  reconfigure(adjacency.data(), numbers, nullptr);
   graphType = static_cast<idx_t>(GraphType::ELEMGM);
 }
 
