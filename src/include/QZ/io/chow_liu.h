@@ -9,30 +9,12 @@
 
 #include "QZ/graph/graph_type.h"
 #include "QZ/graph/spanning_tree.h"
+#include "QZ/io/edge_numbers.h"
 #include "QZ/io/entropy.h"
 #include "QZ/io/model_container.h"
 #include "QZ/support/progress.h"
 
 namespace QZ {
-
-/// The edge number of each pair of vertices of a graph; 0 for a pair that it does not join.
-template <class idx_t>
-class EdgeNumbers {
- public:
-  explicit EdgeNumbers(const AbstractGraph<idx_t>& graph)
-      : n_(graph.vertices()), numbers_(n_ * n_) {
-    for (idx_t e = 0; e < graph.edges(); ++e) {
-      const auto [s, t] = endpoints(graph, e);
-      numbers_[s * n_ + t] = numbers_[t * n_ + s] = e;
-    }
-  }
-
-  idx_t operator()(const idx_t& a, const idx_t& b) const { return numbers_[a * n_ + b]; }
-
- private:
-  std::size_t n_;
-  std::vector<idx_t> numbers_;
-};
 
 /// The mutual information of the endpoints of every edge, from the statistics of `sumStats`.
 template <class idx_t, class val_t>

@@ -4,9 +4,15 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <stdexcept>
 #include <vector>
 
 namespace QZ {
+
+/// Throws logic_error for a clique order that has no pairs.
+inline void require_clique_order(unsigned long k) {
+  if (k < 2) throw std::logic_error("a clique needs at least two vertices");
+}
 
 /// The adjacency matrix of a union of cliques, and the components that they form. A vertex without
 /// a clique has no component.

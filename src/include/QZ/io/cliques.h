@@ -65,13 +65,14 @@ std::vector<std::vector<double>> all_entropies(const IO<idx_t, val_t>& model, st
                                                const Progress& progress) {
   const std::size_t n = model.graph->vertices();
   std::vector<std::vector<double>> entropies(k + 1);
+  const double samples = static_cast<double>(model.samples);
   std::size_t base = 0;
   for (std::size_t order = 1; order <= k; ++order) {
     entropies[order].resize(subset_count(n, order));
     for_all_subsets<idx_t>(
         n, order,
         [&](const idx_t* members, unsigned long rank, idx_t*) {
-          entropies[order][rank] = counted_entropy(model, stat, members, order);
+          entropies[order][rank] = counted_entropy(stat, model.states, samples, members, order);
         },
         [&](unsigned long done) { progress(base + done, model.numOffsets - std::size_t(1)); });
     base += entropies[order].size();
@@ -102,11 +103,6 @@ std::vector<ScoredSubset> all_interactions(std::size_t n, std::size_t order,
       },
       [&](unsigned long done) { progress(base + 1 + done, total); });
   return scores;
-}
-
-/// Throws logic_error for a clique order that has no pairs.
-inline void require_clique_order(unsigned long k) {
-  if (k < 2) throw std::logic_error("a clique needs at least two vertices");
 }
 
 template <class idx_t, class val_t>

@@ -7,7 +7,7 @@
 #include <memory>
 #include <set>
 
-#include "QZ/io/model_container.h"
+#include "QZ/io/callbacks.h"
 #include "QZ/support/conversions.h"
 
 namespace QZ {
@@ -26,14 +26,14 @@ double block_entropy(const val_t* counts, std::size_t size, double samples) {
 
 /// The entropy of the `order` ascending vertices in `members`, counted by `stat`.
 template <class idx_t, class val_t>
-double counted_entropy(const IO<idx_t, val_t>& model, const StatFunction<idx_t, val_t>& stat,
+double counted_entropy(const StatFunction<idx_t, val_t>& stat, const idx_t* states, double samples,
                        const idx_t* members, std::size_t order) {
   std::set<idx_t> vertices(members, members + order);
   std::set<idx_t>* const handle = &vertices;
   idx_t size = 1;
-  for (std::size_t i = 0; i < order; ++i) size = wrapping_mul(size, model.states[members[i]]);
+  for (std::size_t i = 0; i < order; ++i) size = wrapping_mul(size, states[members[i]]);
   const std::unique_ptr<val_t[]> counts(stat(reinterpret_cast<unsigned long>(&handle), size));
-  return block_entropy(counts.get(), size, static_cast<double>(model.samples));
+  return block_entropy(counts.get(), size, samples);
 }
 
 /// The interaction information of `order` ascending vertices: the sum over their non-empty subsets

@@ -4,28 +4,18 @@
 /// fitted model.
 
 #include <cstddef>
-#include <functional>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "QZ/graph/abstract_graph.h"
+#include "QZ/io/callbacks.h"
 #include "QZ/support/conversions.h"
 #include "QZ/support/progress.h"
 #include "QZ/support/type_pairs.h"
 
 namespace QZ {
-
-/// Counts the joint states of a vertex set. The handle is the address of a pointer to an ordered
-/// set of vertices; the result is a new array of `size` counts, the largest vertex as the fastest
-/// digit, and belongs to the caller.
-template <class idx_t, class val_t>
-using StatFunction = std::function<val_t*(unsigned long handle, const idx_t& size)>;
-
-/// The number of the statistics block that belongs to a pair of vertices.
-template <class idx_t>
-using EdgeIndexFunction = std::function<idx_t(const idx_t& a, const idx_t& b)>;
 
 /// What register `MPT` holds and a model file stores.
 ///
@@ -202,7 +192,7 @@ void IO<idx_t, val_t>::require_matching_arrays() const {
 
 }  // namespace QZ
 
-// The bodies, by theme.
+// The bodies, by theme. None of them rests on another.
 #include "QZ/io/chow_liu.h"
 #include "QZ/io/cliques.h"
 #include "QZ/io/elementary.h"

@@ -15,7 +15,6 @@
 #include "QZ/comb/subsets.h"
 #include "QZ/graph/graph_type.h"
 #include "QZ/io/clique_union.h"
-#include "QZ/io/cliques.h"
 #include "QZ/io/entropy.h"
 #include "QZ/io/model_container.h"
 #include "QZ/support/assertion.h"
@@ -76,7 +75,7 @@ double IO<idx_t, val_t>::buildCliquesRnd(val_t, idx_t k, ProgressCallback progre
   const std::size_t n = graph->vertices();
   if (k > n || k > 63) throw std::logic_error("a clique cannot have so many vertices");
   const auto entropy = [&](const idx_t* members, std::size_t order) {
-    return counted_entropy(*this, stat, members, order);
+    return counted_entropy<idx_t>(stat, states, static_cast<double>(samples), members, order);
   };
   double low = std::numeric_limits<double>::max();
   double high = 0;
