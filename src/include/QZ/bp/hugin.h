@@ -125,6 +125,7 @@ class HuginAlgorithm : public InferenceAlgorithm<idx_t, val_t> {
   void add_weights_of(idx_t node);
   void take_exponentials(idx_t node);
   void gather(idx_t from, idx_t S);
+  void take_logarithms(idx_t S);
   void pass_on(idx_t to, idx_t S);
   void normalize(idx_t C);
   val_t log_of_first(idx_t node) const;

@@ -124,14 +124,7 @@ void HuginAlgorithm<idx_t, val_t>::collect(const idx_t& C, const idx_t& parent) 
     if (path_.empty()) return;
     take_exponentials(done.clique);
     gather(done.clique, done.separator);
-    const std::size_t size = node_size[done.separator];
-    val_t* message = message_.get();
-    log_all(message, message, size);
-    // What is common to all entries stays behind.
-    const val_t top = size > 0 ? *std::max_element(message, message + size) : val_t(0);
-    if (std::isfinite(top)) {
-      for (std::size_t j = 0; j < size; ++j) message[j] -= top;
-    }
+    take_logarithms(done.separator);
     pass_on(done.parent, done.separator);
   }
 }
@@ -149,12 +142,7 @@ void HuginAlgorithm<idx_t, val_t>::distribute(const idx_t& C, const idx_t& paren
       const auto [S, far] = beyond(step.clique, slot);
       if (far == step.parent) continue;
       gather(step.clique, S);
-      const std::size_t size = node_size[S];
-      val_t* message = message_.get();
-      val_t sum = 0;
-      for (std::size_t j = 0; j < size; ++j) sum += message[j];
-      for (std::size_t j = 0; j < size; ++j) message[j] /= sum;
-      log_all(message, message, size);
+      take_logarithms(S);
       pass_on(far, S);
       path_.push_back({far, step.clique, S, 0});
     }
@@ -172,7 +160,24 @@ void HuginAlgorithm<idx_t, val_t>::hugin_message(const idx_t& from, const idx_t&
 
 template <class idx_t, class val_t>
 void HuginAlgorithm<idx_t, val_t>::take_exponentials(idx_t node) {
-  exp_all(table(node), linear_.get(), node_size[node]);
+  // In blocks that stay in the first cache between the look at their range and the work.
+  constexpr std::size_t block = 1024;
+  const std::size_t size = node_size[node];
+  for (std::size_t i = 0; i < size; i += block) {
+    exp_all(table(node) + i, linear_.get() + i, std::min(block, size - i));
+  }
+}
+
+/// Turns the message into logarithms, without the total mass that is common to its entries.
+template <class idx_t, class val_t>
+void HuginAlgorithm<idx_t, val_t>::take_logarithms(idx_t S) {
+  const std::size_t size = node_size[S];
+  val_t* message = message_.get();
+  const val_t mass = sum_all(message, size);
+  if (mass > 0 && std::isfinite(mass)) {
+    for (std::size_t j = 0; j < size; ++j) message[j] /= mass;
+  }
+  log_all(message, message, size);
 }
 
 /// Leaves the sums of `from`, whose exponentials are at hand, over all vertices outside S as the

@@ -7,13 +7,13 @@
 #include <type_traits>
 
 #include "QZ/bp/bit_length_bp.h"
+#include "QZ/bp/hugin.h"
 #include "QZ/bp/lbp.h"
 #include "QZ/inference/engine.h"
 #include "QZ/inference/sqm_plus.h"
 #include "QZ/io/model_container.h"
 #include "QZ/machine/vm.h"
 #include "QZ/support/conversions.h"
-#include "QZ/support/unavailable.h"
 
 namespace QZ {
 
@@ -62,7 +62,8 @@ InferenceAlgorithm<idx_t, val_t>* vm_t::getIA() {
         return engine;
       }
       case InfType::JT:
-        not_available();
+        // Exact in one pass, so it takes no bound on iterations.
+        return new HuginAlgorithm<idx_t, val_t>(model.graph, model.states, model.weights, rng);
       case InfType::SQM: {
         auto* engine = new SQMplus<idx_t, val_t>(model.graph, model.states, model.weights, rng,
                                                  wrapping_cast<idx_t>(get(VarType::KXX)));
