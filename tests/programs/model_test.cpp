@@ -146,6 +146,48 @@ TEST_F(Model, StoredAndReloadedModelStandsOnItsOwn) {
   }
 }
 
+class ModelOverTime : public Model {
+ protected:
+  // Two columns in each of two slices.
+  TempFile wide{".csv", csv("a0,b0,a1,b1", {"x,0,x,1", "y,1,x,0", "x,1,y,1"})};
+  std::vector<std::string> lines{
+      "DFN '" + wide.path() + "';", "LDX DPT;", "TXX 2;", "GRA CHAIN;", "LDX GPT;", "STGRAPH;"};
+};
+
+TEST_F(ModelOverTime, KeepsTheGraphOfOneSliceForADecay) {
+  const Program program(lines + std::vector<std::string>{"REP STLINEAR;", "MODEL;"});
+  const auto& model = container_of<unsigned long, double>(program);
+  EXPECT_EQ(model.graph->vertices(), 4);
+  EXPECT_EQ(model.baseGraph->vertices(), 2);
+  EXPECT_EQ(model.slices, 2);
+  EXPECT_EQ(model.reparam, 1);
+  EXPECT_EQ(model.graphType, 11);
+}
+
+TEST_F(ModelOverTime, KeepsNoGraphOfOneSliceWithoutADecay) {
+  const Program program(lines + std::vector<std::string>{"MODEL;"});
+  EXPECT_EQ((container_of<unsigned long, double>(program).baseGraph), nullptr);
+}
+
+TEST_F(ModelOverTime, StandsOnItsOwnInAFile) {
+  const TempFile file;
+  const Program stored(lines + std::vector<std::string>{"MODEL;", "INITGAUSS;", "DEL DPT;",
+                                                        "INFER;", "MFN '" + file.path() + "';",
+                                                        "STORE MPT;"});
+  const Program loaded({"MFN '" + file.path() + "';", "LDX MPT;", "INFER;"});
+  EXPECT_EQ(loaded.word("GRA"), 11u);
+  EXPECT_EQ(loaded.word("GVX"), 4u);
+  EXPECT_EQ(loaded.word("GEX"), stored.word("GEX"));
+  EXPECT_EQ(loaded.real("LNZ"), stored.real("LNZ"));
+  EXPECT_EQ(copy_of(loaded.marginals(), 8), copy_of(stored.marginals(), 8));
+}
+
+TEST_F(ModelOverTime, DecayNeedsAGraphOverTime) {
+  EXPECT_EQ(failure_of({"DFN '" + wide.path() + "';", "LDX DPT;", "GRA CHAIN;", "LDX GPT;",
+                        "REP STINVEXPONENTIAL;", "MODEL;"}),
+            logic_error("a decay over time needs a graph over time", 5));
+}
+
 TEST_F(Model, GraphLoadedOverItNeedsNewStatistics) {
   const TempFile file;
   Program program(fit_lines(table.path(), "CHAIN"));
