@@ -69,7 +69,8 @@ TEST_F(InitLatent, WithAPrototypePerRowDistinctRowsGetDistinctLabels) {
   program.run({"SEED 7", "LSN 9", "INITLATENT;"});
   EXPECT_EQ(table().categories(3), 9u);
   std::map<unsigned long, int> seen;
-  for (const unsigned long label : cells()[3]) ++seen[label];
+  const Columns columns = cells();
+  for (const unsigned long label : columns[3]) ++seen[label];
   EXPECT_EQ(seen.size(), 5u);
   EXPECT_LT(seen.rbegin()->first, 5u);
 }
