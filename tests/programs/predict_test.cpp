@@ -3,10 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
 
+#include "QZ/bp/bit_length_bp.h"
 #include "QZ/data/categorical_data.h"
 #include "QZ/inference/engine.h"
 #include "support/model_program.h"
@@ -67,6 +69,49 @@ TEST_F(Predict, WritesStateZeroIntoMissingCellsOfFloatingTypes) {
                     Lines{"PREDICT;"});
     EXPECT_EQ(cells_in(program), (std::vector<unsigned long>{0, 0, 2, 0, 1, 0, 0, 0, 0}));
     EXPECT_TRUE(table_in(program).annotations.empty());
+  }
+}
+
+/// The last of the best states of each vertex, by an engine of the test's own.
+template <class I>
+std::vector<unsigned long> decode(const QZ::IO<I, I>& model, const std::vector<int>& row) {
+  QZ::BitLengthBP<I> engine(model.graph, model.states, model.weights, nullptr);
+  engine.epsilon = 0;
+  engine.max_iterations = static_cast<I>(1000);
+  for (I v = 0; v < row.size(); ++v) engine.observe(v, static_cast<I>(row[v]));
+  engine.infer(1);
+  std::vector<unsigned long> states;
+  for (I v = 0; v < row.size(); ++v) {
+    std::vector<I> q;
+    for (I x = 0; x < model.states[v]; ++x) {
+      I Z = 0;
+      q.push_back(0);
+      engine.vertex_marginal(v, x, q.back(), Z);
+    }
+    const auto best = std::max_element(q.rbegin(), q.rend());
+    states.push_back(row[v] >= 0 ? row[v] : q.rend() - best - 1);
+  }
+  return states;
+}
+
+TEST_F(Predict, WritesTheLastOfTheBestStatesIntoMissingCellsOfIntegers) {
+  const TempFile gaps(".csv", csv("a,b,c", {"x,?,2", "y,v,?", "?,u,1", "?,?,?"}));
+  for (const auto& [index, value] : all_type_names()) {
+    if (index != value) continue;
+    Program program(types(index, value) + chain + query(gaps));
+    QZ::dispatch_index(static_cast<unsigned char>(program.word("IDX")),
+                       [&]<class I>(std::type_identity<I>) {
+                         auto& model = container_of<I, I>(program);
+                         for (I i = 0; i < model.dim; ++i) model.weights[i] = i * 5 % 7;
+                         std::vector<unsigned long> expected;
+                         for (const std::vector<int>& row :
+                              {std::vector<int>{0, -1, 2}, {1, 1, -1}, {-1, 0, 1}, {-1, -1, -1}}) {
+                           const auto states = decode(model, row);
+                           expected.insert(expected.end(), states.begin(), states.end());
+                         }
+                         program.run({"PREDICT;"});
+                         EXPECT_EQ(cells_in(program), expected) << index;
+                       });
   }
 }
 

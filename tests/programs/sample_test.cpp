@@ -75,6 +75,19 @@ TEST_F(Sample, LeavesMissingCellsOfFloatingTypesAtStateZero) {
   }
 }
 
+TEST_F(Sample, DrawsMissingCellsOfIntegersWithBothMethods) {
+  for (const std::string method : {"PAM 0;", "PAM 2;"}) {
+    for (const auto& [index, value] : all_type_names()) {
+      if (index != value) continue;
+      Program program(types(index, value) + fit_lines(table.path(), "CHAIN") + Lines{"SEED 4;"});
+      with_rows(program, 200, QZ::CategoricalData::MIS_VAL).run({"OMP 1;", method, "SAMPLE;"});
+      std::vector<int> counts(3, 0);
+      for (unsigned long row = 0; row < 200; ++row) ++counts.at(table_in(program).get(2, row));
+      for (const int count : counts) EXPECT_GT(count, 0) << method << index;
+    }
+  }
+}
+
 TEST_F(Sample, LeavesPerturbedCellsThatAreNoStateAtStateZero) {
   Program program(chain);
   with_rows(program, 3, no_state).run({"PAM 2;", "SAMPLE;"});
@@ -212,7 +225,8 @@ TEST_F(SampleDeath, WithoutATableIsAnAssertion) {
 TEST_F(SampleDeath, AnEngineThatFailsInATeamEndsTheProcess) {
   EXPECT_DEATH(
       {
-        Program program(chain);
+        // One thread, or two messages would mix.
+        Program program(chain + Lines{"OMP 1;"});
         program.write("INF", std::uint64_t(99));
         program.run({"SAMPLE;"});
       },

@@ -75,6 +75,34 @@ TEST_F(Score, IsTheMeanLogLikelihoodForEachFloatingPair) {
   }
 }
 
+TEST_F(Score, WrapsInIntegersAndStoresWords) {
+  for (const auto& [index, value] : all_type_names()) {
+    if (index != value) continue;
+    Program program(Lines{"OMP 1;"} + types(index, value) + fit_lines(table.path(), "CHAIN"));
+    QZ::dispatch_index(static_cast<unsigned char>(program.word("IDX")),
+                       [&]<class I>(std::type_identity<I>) {
+                         auto& model = container_of<I, I>(program);
+                         for (I i = 0; i < model.dim; ++i) model.weights[i] = i % 3;
+                         program.run({"SCORE;"});
+                         const I A = static_cast<I>(program.word("LNZ"));
+                         I sum = 0;
+                         for (const auto& row : rows) {
+                           const I score = static_cast<I>(potential(model, row));
+                           sum = static_cast<I>(sum + static_cast<I>(score - A));
+                         }
+                         EXPECT_EQ(program.word("RES"), sum / 5u) << index;
+                         EXPECT_EQ(program.word("LNZ"), A) << index;
+                       });
+  }
+}
+
+TEST_F(Score, IsZeroForIntegersWithoutRows) {
+  const TempFile empty(".csv", "a,b,c\n\n");
+  const Program program(Lines{"OMP 1;"} + types("UINT16", "UINT16") +
+                        fit_lines(table.path(), "CHAIN") + query(empty) + Lines{"SCORE;"});
+  EXPECT_EQ(program.word("RES"), 0u);
+}
+
 TEST_F(Score, IsTheObjectiveOfAFitWithItsSignTurned) {
   const Program program(chain +
                         Lines{"ALG FL1;", "STP 1;", "EPO 0;", "MIO 300;", "ESTIMATE;", "SCORE;"});
