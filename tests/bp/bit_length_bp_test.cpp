@@ -195,6 +195,8 @@ TEST(NarrowPowerSum, SaysWhenExponentsLieTooFarApart) {
   EXPECT_EQ(held.shifted(102), 2u);
   EXPECT_EQ(held.shifted(300), 0u);
   EXPECT_FALSE(QZ::NarrowPowerSum(2, [&](std::size_t x) { return far[x]; }).exact());
+  const unsigned long wrapped[] = {0, ~0ul - 1};
+  EXPECT_FALSE(QZ::NarrowPowerSum(2, [&](std::size_t x) { return wrapped[x]; }).exact());
   EXPECT_FALSE(QZ::NarrowPowerSum(0, [&](std::size_t) { return 0ul; }).exact());
 }
 

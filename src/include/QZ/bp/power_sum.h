@@ -26,7 +26,8 @@ class NarrowPowerSum {
       largest = std::max(largest, e);
     }
     // The sum is below count * 2^largest.
-    exact_ = count > 0 && largest - low_ + std::bit_width(count) < 128;
+    exact_ =
+        count > 0 && largest - low_ < 128ul - static_cast<unsigned long>(std::bit_width(count));
     if (!exact_) return;
     for (std::size_t x = 0; x < count; ++x) {
       sum_ += static_cast<unsigned __int128>(1) << (exponent(x) - low_);
