@@ -71,8 +71,10 @@ template <bool MAX, unsigned N, class val_t>
                      {slot->states, states, sweep.scratch}, out);
       }
       for (std::size_t i = 0; i < packs; ++i) {
+        // Copies, because numbers in memory lie less aligned than packs that are passed on.
         const pack_t message = pack::at(out + i * lanes);
-        pack::raise_distance(moved, message, pack::at(old + i * lanes));
+        const pack_t before = pack::at(old + i * lanes);
+        pack::raise_distance(moved, message, before);
         pack::at(belief + i * lanes) *= message;
       }
       ++slot;
