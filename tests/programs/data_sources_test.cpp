@@ -187,6 +187,10 @@ TEST_F(CellBlock, OfNoBytesHasNoColumns) {
   program.run({"LDX DPT;"});
   EXPECT_EQ(table_of(program).n, 0u);
   EXPECT_EQ(program.word("NXX"), 4u);
+  program.write("NXX", ~std::uint64_t(0));
+  program.write("GPX", std::uint64_t(2));
+  program.run({"DEL DPT;", "LDX DPT;"});
+  EXPECT_EQ(table_of(program).n, 0u);
 }
 
 TEST_F(CellBlock, MissingCellsDoNotAddACategory) {

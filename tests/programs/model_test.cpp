@@ -67,6 +67,7 @@ TEST_F(Model, DoesNothingForAPairWithoutInstantiation) {
   const auto before = program.word("MPT");
   program.run({"idx_t UINT16;", "val_t UINT8;", "MODEL;"});
   EXPECT_EQ(program.word("MPT"), before);
+  program.run({"idx_t UINT64;", "val_t FLT64;"});  // the objects are released as what they are
 }
 
 TEST_F(Model, NeedsGraphThenData) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/door.h"
+#include "support/leak_pause.h"
 
 namespace qz_test {
 
@@ -39,6 +40,8 @@ class Program : public Door {
     const auto failure = [&](const char* kind, const std::exception& error) {
       return Failure{kind, error.what(), word("LNN")};
     };
+    // What a failed run had in hand stays with nobody.
+    const LeakPause pause;
     try {
       run(lines);
     } catch (const std::out_of_range& error) {

@@ -34,7 +34,7 @@ class CategoricalNumPyData : public CategoricalData {
     data = cells;
     N = rows;
     n = columns;
-    if (!fixedCategories) make_categories();
+    if (!fixedCategories && n > 0) make_categories();
     added.insert(added.end(), n, false);
   }
 
