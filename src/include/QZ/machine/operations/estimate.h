@@ -131,8 +131,9 @@ Optimizer<idx_t, val_t, true>* vm_t::learn(void* model) {
 template <class idx_t, class val_t>
 void vm_t::estimateFunc0() {
   auto* container = require_object<IO<idx_t, val_t>>(VarType::MPT);
-  const std::unique_ptr<val_t[]> moments = operations::empirical_moments(*container);
+  // First the engine: its selection makes sure that the arrays belong to the graph.
   const std::unique_ptr<InferenceAlgorithm<idx_t, val_t>> engine(getIA<idx_t, val_t>());
+  const std::unique_ptr<val_t[]> moments = operations::empirical_moments(*container);
   const std::unique_ptr<AbstractMRF<idx_t, val_t>> model(getMOD<idx_t, val_t>(engine.get()));
   val_t* borrowed = moments.get();
   model->set_empirical(borrowed, container->samples);
