@@ -89,7 +89,6 @@ struct MessageKernel {
                                                    const val_t* __restrict potential,
                                                    std::size_t rows, val_t* __restrict out,
                                                    pack_t& total) {
-    using mask_t = decltype(pack_t{} > pack_t{});
     for (std::size_t y = 0; y < rows; y += pack_lanes) {
       // Behind the last row the last one is taken again, and its sum dropped.
       const auto row = [&](std::size_t k) {
@@ -111,14 +110,12 @@ struct MessageKernel {
         take(r3, pack::at(p3 + x) * factor);
       }
       // Within each row, then across: lane k ends as the sum of row k.
-      constexpr mask_t even{0, 4, 2, 6};
-      constexpr mask_t odd{1, 5, 3, 7};
-      pack_t r01 = __builtin_shuffle(r0, r1, even);
-      pack_t r23 = __builtin_shuffle(r2, r3, even);
-      take(r01, __builtin_shuffle(r0, r1, odd));
-      take(r23, __builtin_shuffle(r2, r3, odd));
-      pack_t sums = __builtin_shuffle(r01, r23, mask_t{0, 1, 4, 5});
-      take(sums, __builtin_shuffle(r01, r23, mask_t{2, 3, 6, 7}));
+      pack_t r01 = __builtin_shufflevector(r0, r1, 0, 4, 2, 6);
+      pack_t r23 = __builtin_shufflevector(r2, r3, 0, 4, 2, 6);
+      take(r01, __builtin_shufflevector(r0, r1, 1, 5, 3, 7));
+      take(r23, __builtin_shufflevector(r2, r3, 1, 5, 3, 7));
+      pack_t sums = __builtin_shufflevector(r01, r23, 0, 1, 4, 5);
+      take(sums, __builtin_shufflevector(r01, r23, 2, 3, 6, 7));
       if (y + pack_lanes > rows) keep_first(sums, rows - y);
       total += sums;
       pack::at(out + y) = sums;
@@ -158,14 +155,13 @@ struct MessageKernel<MAX, 2, val_t> {
     // need no division.
     const val_t c0 = sender_belief[0] * reverse[1];
     const val_t c1 = sender_belief[1] * reverse[0];
-    using mask_t = decltype(pack_t{} > pack_t{});
     pack_t entry;
     pack_t other;
     if (transposed) {
       const pack_t row0 = pack::at(potential) * pack_t{c0, c1};
       const pack_t row1 = pack::at(potential + 2) * pack_t{c0, c1};
-      entry = __builtin_shuffle(row0, row1, mask_t{0, 2});
-      other = __builtin_shuffle(row0, row1, mask_t{1, 3});
+      entry = __builtin_shufflevector(row0, row1, 0, 2);
+      other = __builtin_shufflevector(row0, row1, 1, 3);
     } else {
       entry = pack::at(potential) * c0;
       other = pack::at(potential + 2) * c1;

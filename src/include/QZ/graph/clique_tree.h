@@ -36,7 +36,8 @@ struct CliqueForest {
 template <class idx_t>
 CliqueForest<idx_t> collect_cliques(const Elimination<idx_t>& eliminated) {
   constexpr std::size_t none = ~std::size_t(0);
-  const auto& [order, later] = eliminated;
+  const std::vector<idx_t>& order = eliminated.order;
+  const auto& later = eliminated.later;
   CliqueForest<idx_t> forest;
   std::vector<std::size_t> clique_of(order.size(), none);
   const auto vertices_at = [&](const std::vector<idx_t>& places) {

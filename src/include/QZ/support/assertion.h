@@ -9,6 +9,28 @@
 
 namespace QZ {
 
+#ifdef __cpp_lib_source_location
+using SourceLocation = std::source_location;
+#else
+/// Stands in where the standard library's class needs a newer compiler.
+class SourceLocation {
+ public:
+  static constexpr SourceLocation current(unsigned line = __builtin_LINE(),
+                                          const char* function = __builtin_FUNCTION()) {
+    return {line, function};
+  }
+  constexpr unsigned line() const { return line_; }
+  constexpr const char* function_name() const { return function_; }
+
+ private:
+  constexpr SourceLocation(unsigned line, const char* function)
+      : line_(line), function_(function) {}
+
+  unsigned line_;
+  const char* function_;
+};
+#endif
+
 /// The public headers that assertions are reported under.
 namespace door {
 inline constexpr const char* misc = "./src/include/QZ/QZMISC";
@@ -22,12 +44,23 @@ inline constexpr const char* inf = "./src/include/QZ/QZINF";
 inline constexpr const char* io = "./src/include/QZ/QZIO";
 }  // namespace door
 
+/// Called with a broken invariant's text before the process ends. Null, except where a program that
+/// feeds the library with arbitrary input sets it, to leave by an exception and go on.
+inline void (*assertion_handler)(const char* text) = nullptr;
+
+[[noreturn, gnu::cold, gnu::noinline]] inline void end_by_assertion(const char* text,
+                                                                    const char* header,
+                                                                    const SourceLocation& where) {
+  if (assertion_handler != nullptr) assertion_handler(text);
+  __assert_fail(text, header, where.line(), where.function_name());
+}
+
 /// Ends the process in the C library's assertion format, with `text` as the condition and `header`
 /// as the file, unless `holds`.
 inline void assert_that(bool holds, const char* text, const char* header,
-                        const std::source_location& where = std::source_location::current()) {
+                        const SourceLocation& where = SourceLocation::current()) {
   if (!holds) [[unlikely]] {
-    __assert_fail(text, header, where.line(), where.function_name());
+    end_by_assertion(text, header, where);
   }
 }
 
