@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "QZ/graph/chain.h"
@@ -150,6 +151,24 @@ TEST(Strf, FillsTheTableOfEdgesByWeight) {
       EXPECT_EQ(slices.engine.edge_of_weight[k], e);
     }
   }
+}
+
+template <class val_t>
+void expect_projection() {
+  using Model = QZ::STRF<Index, val_t>;
+  EXPECT_EQ(Model::project(2, 4, 3, 2, 6), val_t(2.5));
+  EXPECT_EQ(Model::project(7, 7, 0, 0, 0), val_t(7));
+  const std::string place = "\\./src/include/QZ/QZMRF:.*Assertion ";
+  EXPECT_DEATH(Model::project(1, 1, 2, 0, 0), place + "`x==a' failed");
+  EXPECT_DEATH(Model::project(0.5, 1, 0, 0, 0), place + "`l==u' failed");
+  // The first of the two is the first to be checked.
+  EXPECT_DEATH(Model::project(0.5, 1, 2, 0, 0), place + "`x==a' failed");
+}
+
+TEST(StrfDeathTest, ProjectsAPointOntoAPointOnly) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  expect_projection<float>();
+  expect_projection<double>();
 }
 
 TEST(Strf, NeedsAGraphOverTimeSlices) {
