@@ -88,6 +88,23 @@ TEST(BinaryData, RefusesCountsThatNoTableHolds) {
   EXPECT_THROW(table_of(header(0, 1, 1ul << 60)), std::logic_error);
 }
 
+TEST(BinaryData, RefusesLargeCountsThatTheFileDoesNotBearOut) {
+  const auto refused = [](const std::string& content) {
+    try {
+      table_of(content);
+    } catch (const std::logic_error& error) {
+      return std::string(error.what());
+    }
+    return std::string();
+  };
+  const std::string message = "the binary data are shorter than their own counts say";
+  EXPECT_EQ(refused(header(1ul << 40, 16, 2)), message);
+  EXPECT_EQ(refused(header(1 << 11, 1 << 10, 2) + std::string(100, '\1')), message);
+  EXPECT_EQ(refused(header(0, 1ul << 30, 2)), message);
+  EXPECT_EQ(refused(header(0, 1ul << 15, 65535)), message);
+  EXPECT_EQ(table_of(header(1 << 11, 1 << 10, 2) + std::string(1 << 21, '\1'))->get(0, 2047), 1u);
+}
+
 TEST(BinaryDataDeathTest, AnotherMagicEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const char* claim =

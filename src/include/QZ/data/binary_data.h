@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <istream>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 
@@ -29,7 +30,8 @@ class CategoricalBinaryData : public CategoricalData {
   /// a table of its own, also if categories are shared.
   ///
   /// Asserts that the magic is there. A file that ends early leaves counts and cells at 0 from
-  /// there on. Throws logic_error if the counts are beyond what a table can hold.
+  /// there on. Throws logic_error if the counts are beyond what a table can hold, or are large and
+  /// not borne out by the length of the stream.
   void read(std::istream& in) override {
     char start[sizeof magic] = {};
     in.read(start, sizeof start);
@@ -39,6 +41,7 @@ class CategoricalBinaryData : public CategoricalData {
     for (unsigned long& count : counts) in.read(reinterpret_cast<char*>(&count), sizeof count);
     const auto [rows, columns, categories] = counts;
     require_room(rows, columns, categories);
+    require_length(in, rows * columns, columns * (categories + 1));
     data = new unsigned short[rows * columns]();
     N = rows;
     n = columns;
@@ -60,6 +63,28 @@ class CategoricalBinaryData : public CategoricalData {
         wide_t(columns) * (categories + 1) > most_names) {
       throw std::logic_error("the counts of the binary data are too large");
     }
+  }
+
+  /// A few bytes must not make a table of any size. Small ones may end early.
+  static void require_length(std::istream& in, unsigned long cells, unsigned long names) {
+    constexpr unsigned long few = 1ul << 20;
+    // A cell is a byte, so that no more names than these can occur.
+    constexpr unsigned long names_per_cell = 256 + 1;
+    if (cells <= few && names <= few) return;
+    const unsigned long left = bytes_left(in);
+    if ((cells > few && cells > left) || (names > few && names / names_per_cell > left)) {
+      throw std::logic_error("the binary data are shorter than their own counts say");
+    }
+  }
+
+  /// All ones for a stream that cannot tell.
+  static unsigned long bytes_left(std::istream& in) {
+    if (!in) return 0;
+    const std::streamoff here = in.tellg();
+    if (here < 0) return std::numeric_limits<unsigned long>::max();
+    const std::streamoff end = in.seekg(0, std::ios::end).tellg();
+    in.seekg(here);
+    return static_cast<unsigned long>(end - here);
   }
 
   void read_cells(std::istream& in, unsigned long count) {
