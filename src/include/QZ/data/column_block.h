@@ -24,11 +24,12 @@ class ColumnBlock {
  public:
   using Word = unsigned long;
 
-  /// Ready for the first `columns` columns, with states[c] states each. No rows yet.
+  /// Ready for the first `columns` columns, with states[c] states each. No rows yet. With
+  /// `numbers_wanted` all columns have numbers, whatever their states.
   template <class idx_t>
   ColumnBlock(const CategoricalData& data, unsigned long columns, const idx_t* states,
-              BitCounting counting = bit_counting())
-      : data_(data), counting_(counting), columns_(columns) {
+              BitCounting counting = bit_counting(), bool numbers_wanted = false)
+      : data_(data), counting_(counting), columns_(columns), numbers_wanted_(numbers_wanted) {
     unsigned long sets = 0;
     unsigned long counts = 0;
     for (unsigned long c = 0; c < columns; ++c) {
@@ -41,14 +42,16 @@ class ColumnBlock {
     }
     // A block stays within a few caches' worth of memory however many columns there are.
     constexpr unsigned long budget = 1ul << 25;
-    constexpr unsigned long longest = 1ul << 15;
     const unsigned long row_bytes = 1 + sets / 8 + (numbers_wanted_ ? 2 * columns : 0);
-    capacity_ = std::clamp(budget / row_bytes, 16 * tile, longest);
+    capacity_ = std::clamp(budget / row_bytes, 16 * tile, (most_words - 1) * tile);
     capacity_ = std::min(capacity_, data.N) / tile * tile + tile;
     bits_.resize(sets * (capacity_ / tile));
     counts_.resize(counts);
     if (numbers_wanted_) numbers_.resize(columns * capacity_);
   }
+
+  /// The most words of a bit set.
+  static constexpr unsigned long most_words = (1ul << 9) + 1;
 
   unsigned long columns() const { return columns_.size(); }
 
@@ -96,7 +99,13 @@ class ColumnBlock {
   /// How many rows of the block have column `c` in state x, for each x.
   const unsigned long* counts(unsigned long c) const { return &counts_[columns_[c].first_count]; }
 
-  /// The states of column `c`, row by row, unless all columns have bit sets.
+  /// Whether counting `counts` intersections of bit sets takes no longer than reading numbers.
+  bool prefers_bits(unsigned long counts) const {
+    return counts <= counting_.most_states * counting_.most_states;
+  }
+
+  /// The states of column `c`, row by row, unless all columns have bit sets and numbers were not
+  /// asked for.
   const unsigned short* numbers(unsigned long c) const { return &numbers_[c * capacity_]; }
 
   unsigned long common(const Word* a, const Word* b) const {
@@ -185,7 +194,7 @@ class ColumnBlock {
   const CategoricalData& data_;
   BitCounting counting_;
   std::vector<Column> columns_;
-  bool numbers_wanted_ = false;
+  bool numbers_wanted_;
   unsigned long capacity_ = 0;
   unsigned long begin_ = 0;
   unsigned long rows_ = 0;

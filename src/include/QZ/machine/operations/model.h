@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "QZ/data/categorical_data.h"
 #include "QZ/data/configure_statistics.h"
-#include "QZ/data/joint_histogram.h"
+#include "QZ/data/joint_counter.h"
 #include "QZ/graph/abstract_graph.h"
 #include "QZ/graph/unrolled.h"
 #include "QZ/io/model_container.h"
@@ -68,10 +69,6 @@ double count_and_learn(IO<idx_t, val_t>& model, CategoricalData& data, vm_t& mac
                              progress)) {
     throw_no_statistics();
   }
-  const idx_t n = model.graph->vertices();
-  const StatFunction<idx_t, val_t> joint = [&](unsigned long set, const idx_t& size) {
-    return sumStatsOnlineSUI<idx_t, val_t>(&data, n, model.states, set, size);
-  };
   switch (kind) {
     case GraphType::CHOWLIU:
       model.buildChowLiu(progress);
@@ -80,12 +77,16 @@ double count_and_learn(IO<idx_t, val_t>& model, CategoricalData& data, vm_t& mac
       model.buildElemGM(share, progress);
       return -1;
     case GraphType::CLIQUES:
-      return model.buildCliques(share, order, progress, joint);
     case GraphType::RNDCLIQUES:
-      return model.buildCliquesRnd(share, order, progress, joint, &machine.random_engine());
+      break;
     default:
       return -1;
   }
+  const JointCounter<idx_t, val_t> joint(data, model.graph->vertices(), model.states);
+  return kind == GraphType::CLIQUES
+             ? model.buildCliques(share, order, progress, std::cref(joint))
+             : model.buildCliquesRnd(share, order, progress, std::cref(joint),
+                                     &machine.random_engine());
 }
 
 template <class idx_t, class val_t>
