@@ -6,6 +6,7 @@
 #include <iostream>
 #include <string>
 
+#include "check_command.h"
 #include "run_command.h"
 #include "vm_wrapper.h"
 
@@ -28,6 +29,8 @@ int main(int argc, char** argv) {
 
   qz_tool::RunOptions run_options;
   const CLI::App* run = qz_tool::add_run_command(app, run_options);
+  qz_tool::CheckOptions check_options;
+  const CLI::App* check = qz_tool::add_check_command(app, check_options);
 
   try {
     app.parse(argc, argv);
@@ -35,7 +38,8 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : wrong_usage;
   }
   try {
-    return run->parsed() ? qz_tool::run_program(run_options) : wrong_usage;
+    if (run->parsed()) return qz_tool::run_program(run_options);
+    return check->parsed() ? qz_tool::check_file(check_options) : wrong_usage;
   } catch (const qz_tool::UsageError& error) {
     std::cerr << "qz: " << error.what() << '\n';
     return wrong_usage;
