@@ -62,4 +62,34 @@ TEST_F(Caller, InCppGetsFilesAndExceptions) {
   EXPECT_EQ(outcome.out, "1 Hair\n2 Eye\n3 Sex\n#\n2 1\n3 1\nerror: no graph loaded\n");
 }
 
+TEST_F(Caller, LearnsATreeAndRanksItsEdges) {
+  const Outcome outcome = run(QZ_TREE);
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, "0.098698 Sex - Survived\n0.093730 Class - Sex\n0.033695 Class - Age\n");
+  EXPECT_EQ(directory.read("tree.tgf"), "1 Class\n2 Sex\n3 Age\n4 Survived\n#\n1 2\n1 3\n2 4\n");
+}
+
+TEST_F(Caller, LearnsTheTreeOfAnotherTable) {
+  directory.write("table.csv", "a,b,c\n\n0,0,0\n1,1,0\n0,0,1\n1,1,1\n");
+  const Outcome outcome =
+      qz_test::run_process({QZ_TREE, "table.csv", "other.tgf"}, directory.path());
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(outcome.out.substr(0, 15), "0.693147 a - b\n");
+  EXPECT_EQ(directory.read("other.tgf").substr(0, 14), "1 a\n2 b\n3 c\n#\n");
+}
+
+TEST_F(Caller, SaysWhichTableIsNotThere) {
+  const Outcome outcome = qz_test::run_process({QZ_TREE, "nothing.csv"}, directory.path());
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.err.find("nothing.csv"), std::string::npos) << outcome.err;
+}
+
+TEST_F(Caller, StoresAModelInBytesNextToOneInDoubles) {
+  const Outcome outcome = run(QZ_SMALL_MODEL);
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, "bytes 155\ndoubles 631\nlargest difference of a probability 32/255\n");
+  EXPECT_EQ(directory.read("bytes.model").size(), 155u);
+  EXPECT_EQ(directory.read("doubles.model").size(), 631u);
+}
+
 }  // namespace
