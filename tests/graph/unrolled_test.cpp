@@ -136,6 +136,22 @@ TEST(Unrolled, VertexOfATemporalEdgeIsRoundedInFloat) {
   EXPECT_GT(differing, 0);
 }
 
+TEST(Unrolled, AVertexCountsItsEdgesWithoutRounding) {
+  // Where `edge` rounds to another base vertex or edge, the list of a vertex stays in whole
+  // numbers.
+  const unsigned int D = 41;
+  QZ::Chain<unsigned int> base(3);
+  const STGraph<unsigned int> graph(D + 1, &base);
+  ASSERT_EQ(QZ::endpoints(graph, D).s, 0u);
+  for (unsigned int t = 1; t < D; ++t) {
+    const unsigned int middle = 3 * D;
+    // Vertex 2, the second end of base edge 1: spatial, earlier, later, then temporal.
+    EXPECT_THAT(incidence_of<unsigned int>(graph, 3 * t + 2),
+                ElementsAre(middle + 3 * D + 3 * t, middle + 3 * D - 2 + 3 * t,
+                            middle + 3 * D + 2 + 3 * t, 2 * D + t, 2 * D + t - 1));
+  }
+}
+
 TEST(Unrolled, BaseEdgeOfAMiddleEdgeIsRoundedInFloat) {
   int differing = 0;
   for (unsigned int slices = 2; slices < 1500; ++slices) {

@@ -121,6 +121,88 @@ Model<idx_t> path(std::size_t n, idx_t count) {
   return {std::vector<idx_t>(n, count), edges};
 }
 
+/// Binomial coefficient and Stirling number by their recurrences.
+unsigned long choose(unsigned long n, unsigned long k) {
+  return k == 0 ? 1 : n == 0 ? 0 : choose(n - 1, k - 1) + choose(n - 1, k);
+}
+unsigned long blocks(unsigned long n, unsigned long k) {
+  if (n == k) return 1;
+  return k == 0 || k > n ? 0 : k * blocks(n - 1, k) + blocks(n - 1, k - 1);
+}
+
+/// One draw with the language's own distributions and plain tables, on a path of binary vertices
+/// with m edges.
+std::vector<unsigned int> plain_draw(unsigned long m, const std::vector<double>& length_weights,
+                                     std::mt19937& rng) {
+  const auto uniform = [&](unsigned long low, unsigned long high) {
+    return std::uniform_int_distribution<unsigned long>(low, high)(rng);
+  };
+  std::discrete_distribution<int> length(length_weights.begin(), length_weights.end());
+  const unsigned long d = static_cast<unsigned long>(length(rng));
+  if (d == 0) return {};
+
+  std::vector<double> distinct;
+  unsigned long orders = 1;
+  for (unsigned long j = 1; j <= d; ++j) {
+    distinct.push_back(double(blocks(d, j) * choose(m, j) * (orders *= j)));
+  }
+  std::discrete_distribution<int> edges(distinct.begin(), distinct.end());
+  const unsigned long j = static_cast<unsigned long>(edges(rng)) + 1;
+
+  // The subset of this rank in lexicographic order.
+  unsigned long rank = uniform(1, choose(m, j));
+  std::vector<unsigned int> chosen;
+  for (unsigned int e = 0; chosen.size() < j; ++e) {
+    const unsigned long with_e = choose(m - e - 1, j - chosen.size() - 1);
+    if (rank <= with_e) {
+      chosen.push_back(e);
+    } else {
+      rank -= with_e;
+    }
+  }
+
+  orders = 1;
+  for (unsigned long i = 2; i <= j; ++i) orders *= i;
+  const unsigned long r = uniform(0, orders * blocks(d, j) - 1);
+  const unsigned int* partition = QZ::getUnorderedkPartition<unsigned int>(d, j, r / orders);
+  const unsigned int* permutation = QZ::getPermutation<unsigned int>(j, r % orders);
+
+  std::set<unsigned int> vertices;
+  for (unsigned int e : chosen) vertices.insert({e, e + 1});
+  unsigned long pick = uniform(0, (1ul << vertices.size()) - 1);
+  std::map<unsigned int, unsigned int> state;
+  for (unsigned int v : vertices) {
+    state[v] = pick % 2;
+    pick /= 2;
+  }
+
+  std::vector<unsigned int> tuple;
+  for (unsigned long p = 0; p < d; ++p) {
+    const unsigned int e = chosen[permutation[partition[p] - 1] - 1];
+    tuple.push_back(4 * e + 2 * state[e] + state[e + 1]);
+  }
+  return tuple;
+}
+
+TEST(TupleSampler, DrawsLengthEdgesArrangementAndStatesInThisOrder) {
+  for (unsigned long m : {1ul, 2ul, 5ul, 9ul}) {
+    auto model = path<unsigned int>(m + 1, 2);
+    const auto offsets = narrow<unsigned int>(model.offsets);
+    const std::vector<double> weights{0.5, 1, 2, 1, 3, 2, 1};
+    TupleSampler<unsigned int> sampler(&model.graph, model.states.data(), offsets.data(), 6);
+    sampler.set_length_weights(weights);
+    std::mt19937 rng(21);
+    std::mt19937 plain_rng(21);
+    for (int i = 0; i < 500; ++i) {
+      std::vector<unsigned int> tuple(6);
+      unsigned int d = 0;
+      sampler.draw(tuple.data(), d, rng);
+      tuple.resize(d);
+      ASSERT_EQ(tuple, plain_draw(m, weights, plain_rng)) << "draw " << i << " of " << m;
+    }
+  }
+}
+
 TEST(TupleSampler, ReachesAllSetsOfEdgesAlsoWhereTheirNumberIsBeyondTheIndexType) {
   auto model = path<unsigned char>(31, 2);
   const auto offsets = narrow<unsigned char>(model.offsets);

@@ -171,6 +171,42 @@ TEST(StrfDeathTest, ProjectsAPointOntoAPointOnly) {
   expect_projection<double>();
 }
 
+TEST(Strf, FindsLikeEdgesByTheRoundedReciprocalOfTheGraph) {
+  // The float nearest to 1 / 41 is too small: what belongs to base vertex or edge 1 is taken for 0.
+  const Index D = 41;
+  QZ::Chain<Index> base(3);
+  QZ::STGraph<Index> graph(D + 1, &base);
+  ASSERT_LT(41.0f * graph.invSpan, 1.0f);
+  std::vector<Index> states(graph.vertices(), 2);
+  qz_test::RecitingEngine<Index, double> engine(&graph, states.data());
+  QZ::STRF<Index, double> model(&engine, ReparamType::STLINEAR);
+  std::mt19937 rng(2);
+  for (Index k = 0; k < engine.dim; ++k) model.time_weights[k] = rng() % 1000;
+  model.decode_weights();
+  const auto block = [&](Index e) {
+    return std::vector<double>(engine.weights + 4 * e, engine.weights + 4 * e + 4);
+  };
+  const Index spatial = 3 * D;
+  const Index last = spatial + 3 * D * 2;
+  for (Index r = 0; r < D; ++r) {
+    EXPECT_EQ(block(D + r), block(r));
+    EXPECT_NE(block(2 * D + r), block(r));
+    for (Index kind = 0; kind < 3; ++kind) {
+      EXPECT_EQ(block(spatial + 3 * (D + r) + kind), block(spatial + 3 * r + kind));
+    }
+  }
+  // The last slice has its earlier edges by whole numbers.
+  for (Index e = 0; e < 2; ++e) {
+    for (Index k = 0; k < 4; ++k) {
+      double expected = model.time_weights[4 * (last + e) + k];
+      for (Index j = 0; j < D; ++j) {
+        expected += (j + 1) / (D + 1.0) * model.time_weights[4 * (spatial + 3 * (D * e + j)) + k];
+      }
+      EXPECT_NEAR(engine.weights[4 * (last + e) + k], expected, 1e-9);
+    }
+  }
+}
+
 TEST(Strf, NeedsAGraphOverTimeSlices) {
   qz_test::PairGraph<Index> graph(2, {{0, 1}});
   std::vector<Index> states{2, 2};
