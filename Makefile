@@ -2,10 +2,11 @@
 
 JOBS ?= $(shell nproc)
 BUILD := build/release
+PREFIX ?= /usr/local
 GENERATOR := $(if $(shell command -v ninja),-G Ninja)
 QZ := $(BUILD)/qz
 
-.PHONY: all setup configure demo test bench format check clean
+.PHONY: all setup configure demo test install bench compare docs format check clean
 
 all: configure
 	cmake --build $(BUILD) -j $(JOBS)
@@ -36,9 +37,27 @@ demo: configure
 test: all
 	ctest --preset release -j $(JOBS)
 
+# Library, headers, tool and documents, for find_package(QZ) and pkg-config. DESTDIR is respected.
+install: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target qz qz_tool
+	@cmake --install $(BUILD) --prefix $(PREFIX)
+
 bench: configure
 	@cmake --build $(BUILD) -j $(JOBS) --target benches
-	@for program in $(BUILD)/bench/*_bench; do $$program || exit 1; done
+	@mkdir -p $(BUILD)/bench/results
+	@for program in $(BUILD)/bench/*_bench; do \
+	  $$program --benchmark_out=$(BUILD)/bench/results/$${program##*/}.json \
+	    --benchmark_out_format=json $(BENCH_FLAGS) || exit 1; \
+	done
+
+# make compare BEFORE=../old/build/release: this build against another one.
+compare: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target benches
+	@scripts/compare_builds.py $(BEFORE) $(BUILD) $(COMPARE_FLAGS)
+
+# The parts of docs/ that follow from the sources.
+docs: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target docs
 
 format: setup
 	@scripts/format.sh

@@ -23,8 +23,9 @@ static const char* const program[] = {
 
 /* A real register comes back as the bits of a double, and goes in the same way. */
 static double read_real(void* ctx, const char* name) {
-  const int64_t word = ctx_read_reg(ctx, name);
+  int64_t word = 0;
   double value;
+  try_ctx_read_reg(ctx, name, &word);
   memcpy(&value, &word, sizeof value);
   return value;
 }
@@ -32,7 +33,7 @@ static double read_real(void* ctx, const char* name) {
 static void write_real(void* ctx, const char* name, double value) {
   uint64_t word;
   memcpy(&word, &value, sizeof word);
-  ctx_write_reg(ctx, name, word);
+  try_ctx_write_reg(ctx, name, word);
 }
 
 static void report(size_t done, size_t total, const char* tag) {
@@ -40,11 +41,17 @@ static void report(size_t done, size_t total, const char* tag) {
 }
 
 int main(void) {
-  void* ctx = create_ctx();
+  void* ctx = try_create_ctx();
   write_real(ctx, "STP", 1.0);
-  ctx_write_reg(ctx, "CBP", (uint64_t)(uintptr_t)&report);
+  try_ctx_write_reg(ctx, "CBP", (uint64_t)(uintptr_t)&report);
 
-  if (!ctx_set_code(ctx, program, sizeof program / sizeof *program) || !run_ctx(ctx)) return 1;
+  /* The plain functions throw C++ exceptions, which a C program cannot catch. */
+  if (try_ctx_set_code(ctx, program, sizeof program / sizeof *program) != QZ_DONE ||
+      try_run_ctx(ctx) != QZ_DONE) {
+    fprintf(stderr, "line %lld: %s\n", (long long)ctx_error_line(ctx) + 1, ctx_error_text(ctx));
+    destroy_ctx(ctx);
+    return 1;
+  }
 
   printf("library %lu\n", version());
   printf("rows %lld\n", (long long)ctx_read_reg(ctx, "NXX"));

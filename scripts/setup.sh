@@ -5,10 +5,12 @@ set -euo pipefail
 
 packages=(
   g++ cmake make ninja-build ccache      # the build; OpenMP comes with g++
+  pkg-config                             # the test of the installed copy
   libcli11-dev                           # arguments of tools/qz
   libgtest-dev libgmock-dev              # tests
   libbenchmark-dev                       # benchmarks
   clang-format                           # scripts/format.sh
+  python3                                # scripts/compare_builds.py
 )
 
 installed() {

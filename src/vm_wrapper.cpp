@@ -22,6 +22,7 @@ void* create_ctx(void) { return new QZ::vm_t; }
 
 void destroy_ctx(void* ctx) {
   if (ctx == nullptr) return;
+  machine(ctx).end_failed_run();
   // The program of a context is always the copy that ctx_set_code made.
   machine(ctx).release_code();
   delete &machine(ctx);

@@ -11,6 +11,8 @@
  * Errors are C++ exceptions of the kinds std::logic_error and std::out_of_range, which pass through
  * these functions. A context whose run has thrown is finished: it can be read (register LNN holds
  * the failing line) and destroyed, and refuses everything else.
+ *
+ * A host that cannot catch C++ exceptions takes the functions whose names begin with try_ instead.
  */
 
 #include <stddef.h>
@@ -38,7 +40,10 @@ extern unsigned char __run;
 /* Makes a context, which the caller owns until destroy_ctx. */
 void* create_ctx(void);
 
-/* Releases a context; null is ignored. What a failed run had loaded is not released. */
+/*
+ * Releases a context; null is ignored. What a run had loaded that failed in run_ctx is not
+ * released; what one had loaded that failed in try_run_ctx is.
+ */
 void destroy_ctx(void* ctx);
 
 /*
@@ -93,6 +98,60 @@ DiscretizationModel discretize(unsigned short* out, double* in, size_t n, size_t
  * the first or last bin count to it; one in a gap between bins ends the process.
  */
 void discretize_precomputed(unsigned short* out, double* in, size_t n, DiscretizationModel model);
+
+/*
+ * The same functions for hosts that cannot catch: no exception leaves them. Each keeps the text of
+ * what it has caught with the context, or with the calling thread where there is no context. A
+ * broken invariant, which ends the process elsewhere, is such a failure here too.
+ */
+enum {
+  QZ_FAILED = -1, /* see ctx_error_text */
+  QZ_REFUSED = 0, /* during a run, and for good after a run that has failed */
+  QZ_DONE = 1
+};
+
+/* As create_ctx, but null where that throws. */
+void* try_create_ctx(void);
+
+/* As reset_ctx. */
+int try_reset_ctx(void* ctx);
+
+/* As ctx_set_code. A null line fails and leaves the program as it was. */
+int try_ctx_set_code(void* ctx, const char* const* lines, unsigned long count);
+
+/*
+ * Writes what ctx_read_reg returns to `word`. Fails, without keeping a text, where there is no
+ * register of this name, so another thread may poll a running context with it.
+ */
+int try_ctx_read_reg(void* ctx, const char* name, int64_t* word);
+
+/* As ctx_write_reg, but fails where there is no register of this name. */
+int try_ctx_write_reg(void* ctx, const char* name, uint64_t word);
+
+/*
+ * As run_ctx. A context whose run has failed is finished: it can be read, asked for its error, and
+ * destroyed. destroy_ctx then releases its table, graph, marginals and model, with the model's
+ * arrays: copy what is still needed first.
+ */
+int try_run_ctx(void* ctx);
+
+/* As discretize, with the result in `model`. The failure is kept with the thread. */
+int try_discretize(unsigned short* out, double* in, size_t n, size_t bins,
+                   DiscretizationModel* model);
+
+/* As discretize_precomputed; a number in a gap between bins fails. Kept with the thread. */
+int try_discretize_precomputed(unsigned short* out, double* in, size_t n,
+                               DiscretizationModel model);
+
+/*
+ * The text of the last failure that was kept with this context, or, for null, with the calling
+ * thread; empty if there was none. Good until the next call of a try_ function on the same context
+ * or thread, or until the context is destroyed.
+ */
+const char* ctx_error_text(void* ctx);
+
+/* The failing line of that run, counted from 0; -1 where no run has failed. */
+int64_t ctx_error_line(void* ctx);
 
 #ifdef __cplusplus
 }

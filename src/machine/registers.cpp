@@ -204,6 +204,11 @@ long vm_t::read_register(const char* name) const {
   return -1;
 }
 
+bool vm_t::has_register(const char* name) const {
+  return std::any_of(registerTable.begin(), registerTable.end(),
+                     [&](const RegisterRow& row) { return row.name == name; });
+}
+
 unsigned char vm_t::write_register(const char* name, unsigned long word) {
   if (running()) return 0;
   if (name == nullptr) return 1;

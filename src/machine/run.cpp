@@ -13,6 +13,11 @@ unsigned char vm_t::run() {
   if (running()) return 0;
   if (code == nullptr) throw std::logic_error("no program set");
   runLock.lock();
+  if (failed_run_) {
+    // The run that this one has waited for.
+    runLock.unlock();
+    return 0;
+  }
   set_busy(true);
   dryRun = 0;
   while (get(VarType::LNN) < code->size()) {

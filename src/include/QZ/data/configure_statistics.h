@@ -17,6 +17,7 @@
 #include "QZ/data/statistics.h"
 #include "QZ/graph/abstract_graph.h"
 #include "QZ/support/conversions.h"
+#include "QZ/support/first_exception.h"
 #include "QZ/support/parallel.h"
 #include "QZ/support/progress.h"
 
@@ -48,8 +49,9 @@ class SubsetOrders {
     for (unsigned long order = 1; order <= k_; ++order) {
       const unsigned long count = subset_count(n_, order);
       std::atomic<unsigned long> done{0};
+      FirstException failure;
 #pragma omp parallel
-      {
+      failure.guard([&] {
         const bool reports = omp_get_thread_num() == 0;
         idx_t* const own = members.data() + k_ * omp_get_thread_num();
         idx_t sum = 0;
@@ -64,7 +66,8 @@ class SubsetOrders {
           done.fetch_add(1, std::memory_order_relaxed);
         }
         atomic_add(length, sum);
-      }
+      });
+      failure.rethrow();
       base += count;
     }
     return length;

@@ -16,6 +16,7 @@
 #include "QZ/data/number_sort.h"
 #include "QZ/support/assertion.h"
 #include "QZ/support/conversions.h"
+#include "QZ/support/first_exception.h"
 #include "QZ/support/parallel.h"
 
 namespace QZ {
@@ -91,15 +92,17 @@ inline void discretize_precomputed(unsigned short* out, const double* in, std::s
                                    const DiscretizationModel& model) {
   const Standardization standardized(model.mean, model.stddev);
   const BinSearch bin_of(model);
+  FirstException failure;
 #pragma omp parallel
-  {
+  failure.guard([&] {
     const auto [first, last] = my_share<std::size_t>(n);
     for (std::size_t i = first; i < last; ++i) {
       const std::size_t bin = bin_of(standardized(in[i]));
       assert_that(bin < model.num_intervals, "found", door::data);
       out[i] = wrapping_cast<unsigned short>(bin);
     }
-  }
+  });
+  failure.rethrow();
 }
 
 /// Where a bin starts: its first place in the sorted column, and the value there.

@@ -5,6 +5,7 @@
 #include "QZ/comb/subsets.h"
 #include "QZ/graph/fitting_count.h"
 #include "QZ/graph/graph.h"
+#include "QZ/support/first_exception.h"
 #include "QZ/support/parallel.h"
 #include "QZ/support/progress.h"
 
@@ -16,15 +17,18 @@ template <class idx_t>
 class Kn : public Graph<idx_t> {
  public:
   /// Filled by an OpenMP team. Thread 0 reports (edges done by all, edges - 1, "GRAPH") before each
-  /// of its edges. Throws logic_error if `idx_t` cannot number the edges.
+  /// of its edges; what the callback throws passes to the caller. Throws logic_error if `idx_t`
+  /// cannot number the edges.
   explicit Kn(const idx_t& n, ProgressCallback progress = nullptr) {
     this->n = n;
     const unsigned __int128 vertices = n;
     this->allocateEdges(n == 0 ? 0 : fitting_count<idx_t>(vertices * (vertices - 1) / 2));
     const Progress report{progress, "GRAPH"};
     std::atomic<std::size_t> done = 0;
+    FirstException failure;
 #pragma omp parallel
-    fill(my_share<std::size_t>(this->m), report, done);
+    failure.guard([&] { fill(my_share<std::size_t>(this->m), report, done); });
+    failure.rethrow();
     this->buildNeighborhoods();
   }
 

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cmath>
 #include <cstddef>
-#include <exception>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -18,6 +17,7 @@
 #include "QZ/io/clique_union.h"
 #include "QZ/io/entropy.h"
 #include "QZ/io/model_container.h"
+#include "QZ/support/first_exception.h"
 #include "QZ/support/parallel.h"
 #include "QZ/support/progress.h"
 
@@ -39,23 +39,20 @@ template <class idx_t, class Work, class Report>
 void for_all_subsets(std::size_t n, std::size_t order, Work&& work, Report&& report) {
   const unsigned long count = subset_count(n, order);
   std::atomic<unsigned long> done{0};
-  std::atomic<bool> failed{false};
-  std::exception_ptr failure;
+  FirstException failure;
 #pragma omp parallel
-  try {
+  failure.guard([&] {
     std::vector<idx_t> members(order);
     std::vector<idx_t> scratch(order);
     const auto [first, last] = my_share<unsigned long>(count);
-    for (unsigned long rank = first; rank < last && !failed; ++rank) {
+    for (unsigned long rank = first; rank < last && !failure.met(); ++rank) {
       if (omp_get_thread_num() == 0) report(done.load(std::memory_order_relaxed));
       unrank(n, order, rank, members.data());
       work(members.data(), rank, scratch.data());
       done.fetch_add(1, std::memory_order_relaxed);
     }
-  } catch (...) {
-    if (!failed.exchange(true)) failure = std::current_exception();
-  }
-  if (failure) std::rethrow_exception(failure);
+  });
+  failure.rethrow();
 }
 
 /// The entropies of all subsets of 1 to k vertices, by order and number.

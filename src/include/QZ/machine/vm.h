@@ -153,10 +153,32 @@ class vm_t {
   unsigned char setCode(const char* const* lines, unsigned long count);
   /// Deletes the program, which the destructor leaves alone: a list of lines may be the caller's.
   void release_code();
+  bool has_code() const { return code != nullptr; }
+  /// Whether a run is in progress or has failed.
+  bool running() const {
+    return std::atomic_ref(const_cast<unsigned char&>(busy)).load(std::memory_order_relaxed) != 0;
+  }
   /// The word of the register with exactly this name as `ctx_read_reg` gives it; -1 for none.
   long read_register(const char* name) const;
   /// Writes the register with exactly this name. Returns 0 during a run, 1 otherwise.
   unsigned char write_register(const char* name, unsigned long word);
+  bool has_register(const char* name) const;
+
+  // Failures that a guarded call has caught (failures.cpp).
+
+  /// Keeps what a call outside a run has thrown.
+  void keep_failure(const char* message) noexcept;
+  /// Keeps what `run` has thrown from a line of the program, and the line. The machine stays busy,
+  /// as after any failed run, but what its registers hold can be released.
+  void keep_failed_run(const char* message) noexcept;
+  /// The last kept failure; an empty text without one.
+  const std::string& failure_text() const { return failure_text_; }
+  /// The line, counted from 0, whose statement failed; -1 for a failure outside a run.
+  long failure_line() const { return failure_line_; }
+  /// After a run whose failure was kept: makes the destructor release what the registers hold, and
+  /// releases the arrays of the model itself, by the types that the model was made with. Does
+  /// nothing otherwise.
+  void end_failed_run();
 
   // Resources (resources.cpp, loading.cpp).
 
@@ -253,12 +275,10 @@ class vm_t {
   static unsigned long load(const unsigned long& word) {
     return std::atomic_ref(const_cast<unsigned long&>(word)).load(std::memory_order_relaxed);
   }
-  bool running() const {
-    return std::atomic_ref(const_cast<unsigned char&>(busy)).load(std::memory_order_relaxed) != 0;
-  }
   void set_busy(bool on) { std::atomic_ref(busy).store(on ? 1 : 0, std::memory_order_relaxed); }
   void release_string(VarType var);
   void release_layers();
+  void release_model_arrays();
   unsigned long graph_size(VarType var) const;
 
   bool parse_operation(const std::string& line, unsigned long& pos);
@@ -309,6 +329,9 @@ class vm_t {
   std::list<StackEntry> valueStack;
   std::list<StackEntry> reservedStack;
   std::map<VarType, TypeType> registerTypes;
+  bool failed_run_ = false;
+  long failure_line_ = -1;
+  std::string failure_text_;
 };
 
 }  // namespace QZ

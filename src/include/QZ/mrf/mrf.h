@@ -12,6 +12,7 @@
 #include "QZ/graph/abstract_graph.h"
 #include "QZ/mrf/abstract_mrf.h"
 #include "QZ/support/conversions.h"
+#include "QZ/support/first_exception.h"
 #include "QZ/support/fused.h"
 #include "QZ/support/parallel.h"
 
@@ -73,8 +74,11 @@ val_t* MRF<idx_t, val_t>::comp_gradient() {
   const std::size_t n = static_cast<std::size_t>(this->dim);
   const bool whole_edges = is_lbp(*this->engine_);
   val_t largest = 0;
+  // The marginals may be those of a caller's engine.
+  FirstException failure;
 #pragma omp parallel shared(largest)
-  atomic_max(largest, fill_gradient(my_share<std::size_t>(n), whole_edges));
+  failure.guard([&] { atomic_max(largest, fill_gradient(my_share<std::size_t>(n), whole_edges)); });
+  failure.rethrow();
   if constexpr (std::is_integral_v<val_t>) {
     // Entries compare as doubles, which 64-bit ones do not fit exactly.
     largest = saturating_cast<val_t>(static_cast<double>(largest));

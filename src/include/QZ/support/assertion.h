@@ -44,9 +44,11 @@ inline constexpr const char* inf = "./src/include/QZ/QZINF";
 inline constexpr const char* io = "./src/include/QZ/QZIO";
 }  // namespace door
 
-/// Called with a broken invariant's text before the process ends. Null, except where a program that
-/// feeds the library with arbitrary input sets it, to leave by an exception and go on.
-inline void (*assertion_handler)(const char* text) = nullptr;
+using AssertionHandler = void (*)(const char* text);
+
+/// Called with a broken invariant's text before the process ends, on this thread. Null, except
+/// where a caller must go on: it sets a function that leaves by an exception.
+inline constinit thread_local AssertionHandler assertion_handler = nullptr;
 
 [[noreturn, gnu::cold, gnu::noinline]] inline void end_by_assertion(const char* text,
                                                                     const char* header,

@@ -22,6 +22,7 @@
 #include "QZ/mrf/abstract_mrf.h"
 #include "QZ/support/assertion.h"
 #include "QZ/support/conversions.h"
+#include "QZ/support/first_exception.h"
 #include "QZ/support/parallel.h"
 #include "QZ/support/progress.h"
 #include "QZ/support/random.h"
@@ -212,8 +213,10 @@ void vm_t::sampleFunc0() {
   const Progress progress{progress_callback(), "SAMPLE"};
   std::size_t started = 1;
 
+  // Known to end the process in a plain run.
+  FirstException failure(true);
 #pragma omp parallel
-  {
+  failure.guard([&] {
     unsigned long seed = 0;
 #pragma omp critical
     seed = draw_uniform<unsigned long>(*rng, 0, std::numeric_limits<unsigned long>::max());
@@ -227,9 +230,9 @@ void vm_t::sampleFunc0() {
     std::vector<val_t> x(container.graph->vertices());
 
     const Range<std::size_t> mine = my_share<std::size_t>(rows);
-    for (std::size_t row = mine.begin; row < mine.end; ++row) {
+    for (std::size_t row = mine.begin; row < mine.end && !failure.met(); ++row) {
 #pragma omp critical
-      progress(++started, rows);
+      failure.guard([&] { progress(++started, rows); });
       read_row(table, row, x);
       val_t* states = x.data();
       if (scale == 0) {
@@ -239,7 +242,8 @@ void vm_t::sampleFunc0() {
       }
       write_row<idx_t>(table, row, x);
     }
-  }
+  });
+  failure.rethrow();
 }
 
 }  // namespace QZ
