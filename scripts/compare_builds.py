@@ -5,9 +5,10 @@
 
 BEFORE and AFTER are build folders whose benchmarks are built (target `benches`). Both run every
 program in turn, in alternating order, so that a slow minute of the machine hits both. Each round
-gives a ratio AFTER / BEFORE of the processor time per item; what is shown is the median of the
-rounds with the smallest and the largest. A line is marked where all rounds agree that AFTER is
-slower, or faster.
+gives a ratio AFTER / BEFORE of the time per iteration: that of the clock where a benchmark's name
+ends in real_time, that of the processor elsewhere. What is shown is the median of the rounds, with
+the smallest and the largest. A line is marked where all rounds agree that AFTER is slower, or
+faster.
 
 With --limit, the status is 1 if a median exceeds it. --out writes the table as JSON.
 """
@@ -26,7 +27,7 @@ def programs(build):
 
 
 def run_once(program, pattern, min_time):
-    """The processor time of every benchmark of a program, in nanoseconds per iteration."""
+    """The time of every benchmark of a program, in nanoseconds per iteration."""
     units = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
     with tempfile.NamedTemporaryFile(suffix=".json") as out:
         arguments = [str(program), f"--benchmark_out={out.name}", "--benchmark_out_format=json"]
@@ -39,7 +40,8 @@ def run_once(program, pattern, min_time):
     # A program none of whose benchmarks fits the filter writes nothing.
     rows = json.loads(text)["benchmarks"] if text else []
     return {
-        row["name"]: row["cpu_time"] * units[row.get("time_unit", "ns")]
+        row["name"]: row["real_time" if row["name"].endswith("real_time") else "cpu_time"]
+        * units[row.get("time_unit", "ns")]
         for row in rows
         if row.get("run_type", "iteration") == "iteration" and not row.get("error_occurred")
     }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "QZ/machine/vocabulary.h"
 #include "support/process.h"
 
 namespace {
@@ -77,6 +78,37 @@ TEST(Documents, LeadToFilesThatExist) {
           << document.filename() << " leads to " << target;
     }
   }
+}
+
+TEST(Documents, DescribeEveryOperation) {
+  const std::string language = read(source / "docs/LANGUAGE.md");
+  for (const auto& operation : QZ::vocabulary::operations) {
+    const std::string name = std::string("`") + operation.name;
+    const std::string end = operation.operands == 0 ? ";`" : " ";
+    EXPECT_NE(language.find(name + end), std::string::npos) << operation.name;
+  }
+}
+
+/// A path may begin at the source folder or among the headers.
+TEST(Documents, NameSourcesThatExist) {
+  std::size_t named = 0;
+  for (const char* document : {"docs/TOUR.md", "docs/REGISTERS.md", "README.md"}) {
+    const std::string text = read(source / document);
+    for (std::size_t at = 0; (at = text.find('`', at)) != std::string::npos;) {
+      const std::size_t end = text.find('`', at + 1);
+      const std::string name = text.substr(at + 1, end - at - 1);
+      at = end + 1;
+      if (name.find('/') == std::string::npos || name.find_first_of(" $<") != std::string::npos) {
+        continue;
+      }
+      if (!name.ends_with(".h") && !name.ends_with(".cpp")) continue;
+      EXPECT_TRUE(std::filesystem::exists(source / name) ||
+                  std::filesystem::exists(source / "src/include/QZ" / name))
+          << document << " names " << name;
+      ++named;
+    }
+  }
+  EXPECT_GT(named, 20u);
 }
 
 /// Commands in a document run where its reader stands: in the source folder, after a build.

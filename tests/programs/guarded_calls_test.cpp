@@ -91,8 +91,8 @@ TEST(GuardedCalls, CatchWhatTheStandardLibraryThrows) {
   EXPECT_EQ(number.run({"MIO five"}), QZ_FAILED);
   EXPECT_EQ(number.error(), "stoul");
   Guarded memory;
-  EXPECT_EQ(memory.run({"GVX 4000000000000000000", "GRA CHAIN;", "LDX GPT;"}), QZ_FAILED);
-  EXPECT_NE(memory.error(), "");
+  EXPECT_EQ(memory.run({"GVX 9223372036854775809", "GRA CHAIN;", "LDX GPT;"}), QZ_FAILED);
+  EXPECT_EQ(memory.error(), "std::bad_alloc");
   EXPECT_EQ(memory.line(), 2);
 }
 

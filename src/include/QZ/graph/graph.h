@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -121,6 +122,7 @@ class Graph : public AbstractGraph<idx_t> {
 
   /// Sets `m` and allocates the edge list, zeroed.
   void allocateEdges(idx_t edges) {
+    if (edges > std::numeric_limits<std::size_t>::max() / 2) throw std::bad_alloc();
     m = edges;
     ownsEdges = true;
     edgeList = allocate(2 * static_cast<std::size_t>(edges));
