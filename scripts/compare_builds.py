@@ -7,8 +7,8 @@ BEFORE and AFTER are build folders whose benchmarks are built (target `benches`)
 program in turn, in alternating order, so that a slow minute of the machine hits both. Each round
 gives a ratio AFTER / BEFORE of the time per iteration: that of the clock where a benchmark's name
 ends in real_time, that of the processor elsewhere. What is shown is the median of the rounds, with
-the smallest and the largest. A line is marked where all rounds agree that AFTER is slower, or
-faster.
+the smallest and the largest. A line is marked where all of at least five rounds agree that AFTER is
+slower, or faster.
 
 With --limit, the status is 1 if a median exceeds it. --out writes the table as JSON.
 """
@@ -93,7 +93,9 @@ def main():
             "highest": max(ratios),
         }
         table.append(row)
-        mark = " slower" if row["lowest"] > 1 else " faster" if row["highest"] < 1 else ""
+        mark = ""
+        if len(ratios) >= 5:
+            mark = " slower" if row["lowest"] > 1 else " faster" if row["highest"] < 1 else ""
         print(
             f"{name:<60} {row['before_ns']:>9.4g} ns {row['after_ns']:>9.4g} ns"
             f"  {row['ratio']:.3f} ({row['lowest']:.3f} to {row['highest']:.3f}){mark}",

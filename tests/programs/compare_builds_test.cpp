@@ -42,11 +42,12 @@ class CompareBuilds : public testing::Test {
 TEST_F(CompareBuilds, ShowsRatiosOfAlternatingRuns) {
   make_build("before", "4");
   make_build("after", "3");
-  const Outcome outcome = compare({"--rounds", "3", "--limit", "1"});
+  const Outcome outcome = compare({"--rounds", "5", "--limit", "1"});
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   EXPECT_THAT(outcome.out,
               ContainsRegex("toy_bench/grid +4000 ns +3000 ns  0.750 \\(0.750 to 0.750\\) faster"));
-  EXPECT_EQ(directory.read("order"), "before\nafter\nafter\nbefore\nbefore\nafter\n");
+  EXPECT_EQ(directory.read("order"),
+            "before\nafter\nafter\nbefore\nbefore\nafter\nafter\nbefore\nbefore\nafter\n");
 }
 
 TEST_F(CompareBuilds, FailsBeyondTheLimit) {
@@ -54,7 +55,7 @@ TEST_F(CompareBuilds, FailsBeyondTheLimit) {
   make_build("after", "5");
   const Outcome outcome = compare({"--rounds", "1", "--limit", "1.2", "--out", "table.json"});
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.out, HasSubstr("1.250 (1.250 to 1.250) slower"));
+  EXPECT_THAT(outcome.out, HasSubstr("1.250 (1.250 to 1.250)\n"));
   EXPECT_THAT(directory.read("table.json"), HasSubstr("\"ratio\": 1.25"));
   EXPECT_EQ(compare({"--rounds", "1"}).status, 0);
 }
