@@ -154,6 +154,26 @@ TEST_F(Readme, ShowsWhatItsCommandsPrint) {
   EXPECT_GE(commands, 1u);
 }
 
+TEST_F(Readme, ShowsWhatTheDemoPrints) {
+  // The recipe without its build: what it echoes, and what it runs.
+  std::istringstream makefile(read(source / "Makefile"));
+  std::string printed;
+  std::string line;
+  while (std::getline(makefile, line) && !line.starts_with("demo:")) {
+  }
+  while (std::getline(makefile, line) && line.starts_with("\t@")) {
+    if (line.starts_with("\t@cmake")) continue;
+    std::string command = line.substr(2);
+    if (command.starts_with("$(QZ)")) command.replace(0, 5, "build/release/qz");
+    const Outcome outcome = run_process({"/bin/sh", "-c", command}, directory.path());
+    EXPECT_EQ(outcome.status, 0) << line << outcome.err;
+    printed += outcome.out;
+  }
+  const auto blocks = blocks_of(read(source / "README.md"));
+  ASSERT_FALSE(blocks.empty());
+  EXPECT_TRUE(say_the_same(blocks.front().text, printed));
+}
+
 TEST_F(Readme, ShowsTheProgramsThatItNames) {
   const std::string readme = read(source / "README.md");
   std::size_t programs = 0;
