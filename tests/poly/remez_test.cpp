@@ -248,6 +248,21 @@ TEST(Remez, TheSystemHoldsPowersAndAlternatingSigns) {
   }
 }
 
+TEST(Remez, OnAWideIntervalTheLevelOfALowDegreeSaysNothing) {
+  // All inner nodes run to one end, where the curve is flat. The levels were worked out by another
+  // program; with more nodes the exchange holds.
+  const std::pair<unsigned int, double> levels[] = {
+      {3, 6.339e-7}, {6, 85.68}, {7, 34.88}, {8, 13.38}};
+  for (const auto& [degree, level] : levels) {
+    ChebyshevApproximationRemez<unsigned int, double> fit(-6, 9, degree);
+    fit_exponential<decltype(fit), double>(fit);
+    EXPECT_NEAR(fit.error() / level, 1, 1e-3) << degree;
+    const double largest = distance_from_exponential(fit, -6, 9);
+    EXPECT_GT(largest, degree == 3 ? 4000 : level);
+    EXPECT_LT(largest, degree == 3 ? 5000 : 2.5 * level);
+  }
+}
+
 TEST(RemezDeath, CoincidingNodesStop) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   ChebyshevApproximationRemez<unsigned int, double> fit(1, 1, 2);
