@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
+#include <span>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "QZ/graph/junction_tree.h"
 #include "QZ/inference/engine.h"
 #include "QZ/support/assertion.h"
+#include "QZ/support/large_array.h"
 #include "QZ/support/vector_math.h"
 
 namespace QZ {
@@ -92,24 +94,37 @@ class HuginAlgorithm : public InferenceAlgorithm<idx_t, val_t> {
     std::size_t stride = 0;
     std::size_t second_stride = 0;
   };
-  /// A clique on the way through the tree, the clique and the separator that it was reached by, and
-  /// the next of its edges.
-  struct Step {
-    idx_t clique;
-    idx_t parent;
-    idx_t separator;
-    idx_t slot;
-  };
-
   /// A vertex of a node in a given state.
   struct Digit {
     std::size_t stride;
     std::size_t states;
     std::size_t state;
   };
+  /// A separator at a clique, and the edge of the tree between the two.
+  struct Link {
+    idx_t separator;
+    idx_t edge;
+  };
+  /// A clique on the way through the tree, with the separator that it was reached by, and the range
+  /// of the other separators at it among `links_`. Node 0 is a clique, so that as a separator 0
+  /// means none.
+  struct Step {
+    idx_t clique;
+    idx_t parent;
+    Link origin;
+    std::size_t first = 0;
+    std::size_t last = 0;
+  };
+  /// A table over a part of a clique, to be added to the clique's, and how it lies in it.
+  struct Term {
+    const TableMargins* margins;
+    std::size_t margin;
+    const val_t* part;
+  };
 
   void lay_out_tables();
   void find_places();
+  void group_edges();
   void trace_margins();
   std::size_t stride_in(idx_t node, idx_t v) const;
   Place place_in(idx_t node, idx_t s, idx_t t) const;
@@ -118,16 +133,25 @@ class HuginAlgorithm : public InferenceAlgorithm<idx_t, val_t> {
   const val_t* table(idx_t node) const { return potentials + node_offsets[node]; }
   /// The edge of the tree between a separator and one of its two cliques.
   idx_t edge_between(idx_t clique, idx_t separator) const;
-  /// The separator at a slot of C, and the clique behind it.
-  std::pair<idx_t, idx_t> beyond(idx_t C, idx_t slot) const;
+  std::span<const Link> behind(const Step& step) const {
+    return {links_.data() + step.first, links_.data() + step.last};
+  }
+  std::size_t room_for(std::span<const Link> links) const;
 
-  void add_weights(idx_t e);
+  void list_weights(idx_t C);
   void add_weights_of(idx_t node);
-  void take_exponentials(idx_t node);
-  void gather(idx_t from, idx_t S);
-  void take_logarithms(idx_t S);
-  void pass_on(idx_t to, idx_t S);
-  void normalize(idx_t C);
+  void trace(idx_t C, idx_t parent);
+  void send_inwards(const Step& step, bool anew);
+  void send_outwards(const Step& step);
+  val_t* learn_block(idx_t C, std::size_t b, bool anew);
+  val_t learn(idx_t C, bool anew, std::span<const Link> links, val_t* sums);
+  val_t learn_and_sum(idx_t C, bool anew, std::span<const Link> links, val_t* sums);
+
+  static void hold(val_t* sums, std::size_t size);
+  static void scale_to_one(val_t* sums, std::size_t size);
+  void send(idx_t S, val_t* sums);
+  void store_message(idx_t S, val_t* sums, val_t* news);
+  void shift(idx_t C, val_t by);
   val_t log_of_first(idx_t node) const;
   val_t sum_at(const Place& place, const Digit& low, const Digit& high) const;
 
@@ -137,15 +161,29 @@ class HuginAlgorithm : public InferenceAlgorithm<idx_t, val_t> {
   /// The smallest node that holds each vertex, and both ends of each edge.
   std::vector<Place> place_of_vertex_;
   std::vector<Place> place_of_edge_;
-  /// How a separator lies in a clique, by edge of the tree.
-  std::vector<TableMargin> margins_;
-  /// Exponentials of one clique, and a message.
-  std::unique_ptr<val_t[]> linear_;
+  /// How a separator lies in a clique, by edge of the tree, and the ends of an edge in theirs.
+  TableMargins separator_margins_;
+  TableMargins weight_margins_;
+  /// How each clique is walked.
+  std::vector<TableBlocks> blocks_;
+  /// What `potentials` points to.
+  LargeArray<val_t> tables_;
+  /// A block of the largest clique, the weights of the edges of one clique, and one message.
+  std::unique_ptr<val_t[]> block_;
+  std::unique_ptr<val_t[]> clique_weights_;
   std::unique_ptr<val_t[]> message_;
-  std::vector<Step> path_;
+  /// What is new in the messages that the next cliques have not learned yet, the last one on top.
+  std::unique_ptr<val_t[]> pending_;
+  std::size_t pending_count_ = 0;
+  /// The way through the tree, each clique before all that lie behind it.
+  std::vector<Step> steps_;
+  std::vector<Link> links_;
+  std::vector<Step> open_;
+  std::vector<Term> terms_;
 };
 
 }  // namespace QZ
 
 #include "QZ/bp/hugin_layout.h"
+#include "QZ/bp/hugin_marginals.h"
 #include "QZ/bp/hugin_messages.h"

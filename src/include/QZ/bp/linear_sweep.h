@@ -10,7 +10,7 @@
 #include "QZ/bp/linear_layout.h"
 #include "QZ/bp/message_kernels.h"
 #include "QZ/support/pack.h"
-#include "QZ/support/vector_math.h"
+#include "QZ/support/wide_registers.h"
 
 namespace QZ {
 
@@ -125,7 +125,7 @@ using LinearSweepFunction = val_t (*)(const LinearSweep<val_t>&);
 /// The sweep for a model whose vertices all have `states` states, 0 if they differ.
 template <class val_t>
 LinearSweepFunction<val_t> linear_sweep_function(bool max, std::size_t states) {
-  const bool wide = vector_math::has_wide();
+  const bool wide = has_wide_registers();
   const auto pick = [&]<bool MAX, unsigned N>() -> LinearSweepFunction<val_t> {
     return wide ? linear::sweep_wide<MAX, N, val_t> : linear::sweep_plain<MAX, N, val_t>;
   };

@@ -5,106 +5,105 @@
 #include <cstddef>
 #include <vector>
 
-#include "QZ/support/pack.h"
+#include "QZ/bp/table_kernels.h"
 
 namespace QZ {
 
-/// The sum of all entries, in eight interleaved running sums.
-template <class val_t>
-val_t sum_all(const val_t* in, std::size_t n) {
-  using pack = Pack<val_t, 4>;
-  typename pack::type even{};
-  typename pack::type odd{};
-  std::size_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    even += pack::at(in + i);
-    odd += pack::at(in + i + 4);
-  }
-  val_t sum = 0;
-  for (; i < n; ++i) sum += in[i];
-  even += odd;
-  return ((even[0] + even[1]) + (even[2] + even[3])) + sum;
-}
+/// A table that is walked in blocks: entries that differ in its lowest vertices alone.
+struct TableBlocks {
+  /// The least number of entries of a block, if the table has so many.
+  static constexpr std::size_t least = 1024;
+  // Each vertex of a block but the last at least doubles it.
+  static_assert(least < std::size_t(1) << (table_kernels::most_runs - 1));
 
-/// Neighbouring vertices of a clique that are all in the part, or all outside of it, as one digit
-/// of the index of the clique's table.
-struct TableDigit {
-  std::size_t size;
-  /// What one step of the digit means in the clique's table, and in the part's: 0 outside the part.
-  std::size_t stride;
-  std::size_t part_stride;
+  /// Entries of a block, and how many of them make the table.
+  std::size_t entries = 1;
+  std::size_t count = 1;
+
+  /// Adds the next higher vertex, and claims that it is one of those that differ in a block. There
+  /// must be two states at least, or none.
+  bool add_vertex(std::size_t states) {
+    const bool inside = count == 1 && entries < least;
+    (inside ? entries : count) *= states;
+    return inside;
+  }
 };
 
-/// The walk through the table of a clique along with the table of a part of its vertices. Both are
-/// indexed with the lowest vertex as the fastest digit. No step divides, and none allocates.
-class TableMargin {
+/// The walks through the tables of cliques along with the tables of parts of their vertices. All
+/// are indexed with the lowest vertex as the fastest digit.
+///
+/// The blocks of a clique are the same for all of its parts, so that several may be walked side by
+/// side while the block is in the first cache. No step divides but the first of a block, and none
+/// allocates.
+class TableMargins {
  public:
-  /// Adds the next higher vertex of the clique.
+  std::size_t size() const { return margins_.size(); }
+  void clear() {
+    margins_.clear();
+    runs_.clear();
+  }
+  void reserve(std::size_t margins, std::size_t runs) {
+    margins_.reserve(margins);
+    runs_.reserve(runs);
+  }
+
+  /// Begins the next margin, whose clique `add_vertex` then describes from the lowest vertex on.
+  void begin() { margins_.push_back({.first = runs_.size()}); }
   void add_vertex(std::size_t states, bool in_part) {
-    const std::size_t part_stride = in_part ? part_size_ : 0;
-    if (!digits_.empty() && (digits_.back().part_stride != 0) == in_part) {
-      digits_.back().size *= states;
-    } else {
-      digits_.push_back({states, size_, part_stride});
+    if (states == 1) return;
+    Margin& margin = margins_.back();
+    const bool in_block = margin.blocks.add_vertex(states);
+    std::size_t& pairs = in_block ? margin.inner : margin.outer;
+    // A vertex joins the run of its kind, and one of the part may open a new pair of runs.
+    if (pairs == 0 || (in_part && runs_.back().outside != 1)) {
+      runs_.push_back({1, 1});
+      ++pairs;
     }
-    size_ *= states;
-    if (in_part) part_size_ *= states;
+    (in_part ? runs_.back().inside : runs_.back().outside) *= states;
+    if (in_block && in_part) margin.part_block *= states;
   }
 
-  /// part[j] += the sum of the entries of `table` that agree with j.
+  /// part[j] += the sum of the entries of block number b that agree with j.
   template <class val_t>
-  void sum(const val_t* table, val_t* part) const {
-    if (size_ != 0) sum_from(digits_.size(), table, part);
+  void sum(std::size_t m, std::size_t b, const val_t* block, val_t* part) const {
+    const Margin& margin = margins_[m];
+    if (margin.blocks.entries == 0) return;
+    sum_table(runs_.data() + margin.first, margin.inner, block, part + offset(margin, b));
   }
 
-  /// Adds part[j] to each entry of `table` that agrees with j.
+  /// Adds part[j] to each entry of block number b that agrees with j.
   template <class val_t>
-  void spread(const val_t* part, val_t* table) const {
-    if (size_ != 0) spread_from(digits_.size(), part, table);
+  void spread(std::size_t m, std::size_t b, const val_t* part, val_t* block) const {
+    const Margin& margin = margins_[m];
+    if (margin.blocks.entries == 0) return;
+    spread_table(runs_.data() + margin.first, margin.inner, part + offset(margin, b), block);
   }
 
  private:
-  template <class val_t>
-  void sum_from(std::size_t digits, const val_t* table, val_t* part) const {
-    if (digits == 0) {
-      *part += *table;
-      return;
+  struct Margin {
+    /// Where its runs begin, and how many pairs of them are in a block and above.
+    std::size_t first;
+    std::size_t inner = 0;
+    std::size_t outer = 0;
+    std::size_t part_block = 1;
+    TableBlocks blocks = {};
+  };
+
+  /// Where the entries of the part begin that belong to a block.
+  std::size_t offset(const Margin& margin, std::size_t b) const {
+    std::size_t offset = 0;
+    std::size_t stride = margin.part_block;
+    const TableRuns* runs = runs_.data() + margin.first + margin.inner;
+    for (std::size_t i = 0; i < margin.outer; ++i) {
+      offset += b % runs[i].inside * stride;
+      stride *= runs[i].inside;
+      b = b / runs[i].inside / runs[i].outside;
     }
-    const TableDigit& digit = digits_[digits - 1];
-    if (digits > 1) {
-      for (std::size_t d = 0; d < digit.size; ++d) {
-        sum_from(digits - 1, table + d * digit.stride, part + d * digit.part_stride);
-      }
-    } else if (digit.part_stride != 0) {
-      for (std::size_t d = 0; d < digit.size; ++d) part[d] += table[d];
-    } else {
-      val_t total = 0;
-      for (std::size_t d = 0; d < digit.size; ++d) total += table[d];
-      *part += total;
-    }
+    return offset;
   }
 
-  template <class val_t>
-  void spread_from(std::size_t digits, const val_t* part, val_t* table) const {
-    if (digits == 0) {
-      *table += *part;
-      return;
-    }
-    const TableDigit& digit = digits_[digits - 1];
-    if (digits > 1) {
-      for (std::size_t d = 0; d < digit.size; ++d) {
-        spread_from(digits - 1, part + d * digit.part_stride, table + d * digit.stride);
-      }
-    } else if (digit.part_stride != 0) {
-      for (std::size_t d = 0; d < digit.size; ++d) table[d] += part[d];
-    } else {
-      for (std::size_t d = 0; d < digit.size; ++d) table[d] += *part;
-    }
-  }
-
-  std::vector<TableDigit> digits_;
-  std::size_t size_ = 1;
-  std::size_t part_size_ = 1;
+  std::vector<Margin> margins_;
+  std::vector<TableRuns> runs_;
 };
 
 }  // namespace QZ

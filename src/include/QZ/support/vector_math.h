@@ -3,7 +3,7 @@
 /// Exponentials and logarithms of whole arrays.
 ///
 /// The bodies are straight-line arithmetic on one number, written so that a compiler turns a loop
-/// over them into vector instructions on any machine; where the processor has wider ones, a second
+/// over them into vector instructions on any machine; where the processor has wider ones, another
 /// copy of the same loop uses them and gives the same bits. Errors stay below 2 units in the last
 /// place. Numbers outside the range of the straight-line form go through the standard functions.
 
@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <limits>
 #include <type_traits>
+
+#include "QZ/support/wide_registers.h"
 
 namespace QZ {
 
@@ -122,37 +124,35 @@ template <class val_t>
   for (std::size_t i = 0; i < n; ++i) out[i] = log_lane(in[i]);
 }
 
-#ifdef __x86_64__
-inline bool has_wide() {
-  static const bool found = __builtin_cpu_supports("avx2");
-  return found;
+/// Words whose highest bit is set if the straight-line form does not cover x. Positive numbers are
+/// ordered as their bits are.
+template <class val_t>
+[[gnu::always_inline]] inline auto beyond_exp(val_t x) {
+  using word_t = typename Format<val_t>::word_t;
+  constexpr word_t limit = std::bit_cast<word_t>(Format<val_t>::exp_limit);
+  constexpr word_t magnitude = ~word_t(0) >> 1;
+  return limit - (std::bit_cast<word_t>(x) & magnitude);
 }
 template <class val_t>
-[[gnu::target("avx2")]] void exp_wide(const val_t* in, val_t* out, std::size_t n) {
-  exp_body(in, out, n);
+[[gnu::always_inline]] inline auto beyond_log(val_t x) {
+  using word_t = typename Format<val_t>::word_t;
+  constexpr word_t low = std::bit_cast<word_t>(std::numeric_limits<val_t>::min());
+  constexpr word_t high = std::bit_cast<word_t>(std::numeric_limits<val_t>::max());
+  const word_t word = std::bit_cast<word_t>(x);
+  return (word - low) | (high - word);
 }
-template <class val_t>
-[[gnu::target("avx2")]] void log_wide(const val_t* in, val_t* out, std::size_t n) {
-  log_body(in, out, n);
-}
-#else
-constexpr bool has_wide() { return false; }
-template <class val_t>
-void exp_wide(const val_t* in, val_t* out, std::size_t n) {
-  exp_body(in, out, n);
-}
-template <class val_t>
-void log_wide(const val_t* in, val_t* out, std::size_t n) {
-  log_body(in, out, n);
-}
-#endif
 
-/// Whether all numbers lie between the bounds, which no NaN does.
-template <class val_t>
-bool all_within(const val_t* in, std::size_t n, val_t low, val_t high) {
-  bool within = true;
-  for (std::size_t i = 0; i < n; ++i) within &= in[i] >= low && in[i] <= high;
-  return within;
+/// Claims that no number sets the highest bit of what `beyond` makes of it.
+template <class val_t, class Beyond>
+bool all_covered(const val_t* in, std::size_t n, const Beyond& beyond) {
+  using word_t = typename Format<val_t>::word_t;
+  word_t found = 0;
+  on_widest_registers([ in, n, &found, &beyond ]() __attribute__((always_inline)) {
+    word_t words = 0;
+    for (std::size_t i = 0; i < n; ++i) words |= beyond(in[i]);
+    found = words;
+  });
+  return found >> (8 * sizeof(word_t) - 1) == 0;
 }
 
 }  // namespace vector_math
@@ -164,26 +164,28 @@ inline constexpr val_t safe_exponent = sizeof(val_t) == sizeof(float) ? val_t(80
 /// out[i] = exp(in[i]). `out` may be `in`.
 template <class val_t>
 void exp_all(const val_t* in, val_t* out, std::size_t n) {
-  constexpr val_t limit = vector_math::Format<val_t>::exp_limit;
-  if (!vector_math::all_within(in, n, -limit, limit)) {
+  const auto beyond = [](val_t x) __attribute__((always_inline)) {
+    return vector_math::beyond_exp(x);
+  };
+  if (!vector_math::all_covered(in, n, beyond)) {
     for (std::size_t i = 0; i < n; ++i) out[i] = std::exp(in[i]);
-  } else if (vector_math::has_wide()) {
-    vector_math::exp_wide(in, out, n);
   } else {
-    vector_math::exp_body(in, out, n);
+    on_widest_registers([=]()
+                            __attribute__((always_inline)) { vector_math::exp_body(in, out, n); });
   }
 }
 
 /// out[i] = log(in[i]). `out` may be `in`.
 template <class val_t>
 void log_all(const val_t* in, val_t* out, std::size_t n) {
-  using limits = std::numeric_limits<val_t>;
-  if (!vector_math::all_within(in, n, limits::min(), limits::max())) {
+  const auto beyond = [](val_t x) __attribute__((always_inline)) {
+    return vector_math::beyond_log(x);
+  };
+  if (!vector_math::all_covered(in, n, beyond)) {
     for (std::size_t i = 0; i < n; ++i) out[i] = std::log(in[i]);
-  } else if (vector_math::has_wide()) {
-    vector_math::log_wide(in, out, n);
   } else {
-    vector_math::log_body(in, out, n);
+    on_widest_registers([=]()
+                            __attribute__((always_inline)) { vector_math::log_body(in, out, n); });
   }
 }
 
