@@ -225,8 +225,7 @@ TEST_F(SampleDeath, WithoutATableIsAnAssertion) {
 TEST_F(SampleDeath, AnEngineThatFailsInATeamEndsTheProcess) {
   EXPECT_DEATH(
       {
-        // One thread, or two messages would mix.
-        Program program(chain + Lines{"OMP 1;"});
+        Program program(chain + Lines{"OMP 2;"});
         program.write("INF", std::uint64_t(99));
         program.run({"SAMPLE;"});
       },

@@ -50,6 +50,19 @@ TEST(FirstExceptionDeathTest, EndsTheProcessWhereThatIsAskedFor) {
   EXPECT_THROW(failure.rethrow(), std::out_of_range);
 }
 
+/// Four threads that all fail in a region that may not be left by an exception.
+void fail_as_a_team() {
+  omp_set_num_threads(4);
+  FirstException failure(true);
+#pragma omp parallel
+  failure.guard([] { throw std::out_of_range("too far"); });
+}
+
+TEST(FirstExceptionDeathTest, ATeamThatFailsAsAWholeStillSaysWhy) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (int round = 0; round < 10; ++round) EXPECT_DEATH(fail_as_a_team(), "what\\(\\):  too far");
+}
+
 TEST_P(Teams, TakeOverWhatIsDoneAboutBrokenInvariants) {
   QZ::assertion_handler = [](const char* text) { throw std::runtime_error(text); };
   FirstException failure;

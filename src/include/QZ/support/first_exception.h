@@ -3,7 +3,9 @@
 /// Exceptions of the threads of a team. One that left a parallel region would end the process.
 
 #include <atomic>
+#include <chrono>
 #include <exception>
+#include <thread>
 #include <utility>
 
 #include "QZ/support/assertion.h"
@@ -31,8 +33,9 @@ class FirstException {
     try {
       std::forward<Work>(work)();
     } catch (...) {
-      if (ends_process_) std::terminate();
-      if (!met_.exchange(true)) exception_ = std::current_exception();
+      const bool first = !met_.exchange(true);
+      if (ends_process_) end_process(first);
+      if (first) exception_ = std::current_exception();
     }
     assertion_handler = own_handler;
   }
@@ -46,6 +49,13 @@ class FirstException {
   }
 
  private:
+  /// The first thread says what happened. The others wait for the end: a second call would cut the
+  /// first one's message short.
+  [[noreturn]] static void end_process(bool first) noexcept {
+    if (first) std::terminate();
+    while (true) std::this_thread::sleep_for(std::chrono::seconds(1));
+  }
+
   const AssertionHandler handler_ = assertion_handler;
   const bool ends_process_ = false;
   std::atomic<bool> met_{false};
