@@ -148,6 +148,16 @@ TEST(Ising, TheGradientBelongsToThePointLastDecoded) {
   EXPECT_GT(model.gradient_norm, 0.5);
 }
 
+TEST(Ising, WithoutVerticesThereIsNothingToExpand) {
+  Field field(0, {});
+  QZ::Ising<Index, double> model(&field.engine);
+  EXPECT_EQ(model.dim(), 0u);
+  model.decode_weights();
+  model.comp_gradient();
+  EXPECT_EQ(model.gradient_norm, 0.0);
+  EXPECT_EQ(model.eval(), 0.0);
+}
+
 TEST(Ising, NeedsTwoStatesAtEveryVertex) {
   Field field(2, {{0, 1}}, 3);
   try {
