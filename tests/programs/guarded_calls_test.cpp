@@ -317,6 +317,20 @@ TEST(GuardedCalls, AFailedContextReleasesAModelWhoseTypesTheProgramHasForgotten)
   }
 }
 
+TEST(GuardedCalls, WhatAProgramHasCopiedIsReleasedOnce) {
+  const TempFile file(".csv", table);
+  for (const Lines& lines :
+       {Lines{"MOV GFN DFN;"}, Lines{"MOV OTHERFN DFN;", "DEL DFN;"}, Lines{"MOV HPT DPT;"},
+        Lines{"PUSH GPT;", "DEL GPT;", "POP GPT;"}, Lines{"MOV HPT MPT;", "DEL MPT;"},
+        Lines{"PUSH DFN;", "POP MFN;", "DEL MFN;", "DEL DFN;"}}) {
+    Guarded failed;
+    EXPECT_EQ(failed.run(model_lines(file, "CHAIN") + lines + Lines{"nonsense"}), QZ_FAILED);
+    Guarded finished;
+    EXPECT_EQ(finished.run(model_lines(file, "CHAIN") + lines), QZ_DONE);
+    EXPECT_EQ(try_reset_ctx(finished.context()), QZ_DONE);
+  }
+}
+
 TEST(GuardedCalls, AFailedContextLeavesTheCallersObjectsAlone) {
   std::string text = table;
   std::vector<unsigned long> edges{0, 1, 1, 2};

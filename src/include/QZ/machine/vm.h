@@ -278,6 +278,9 @@ class vm_t {
   void set_busy(bool on) { std::atomic_ref(busy).store(on ? 1 : 0, std::memory_order_relaxed); }
   void release_string(VarType var);
   void release_layers();
+  /// Empties every register and stack entry that holds the word of an object that has been
+  /// released.
+  void forget(unsigned long word);
   void release_model_arrays();
   unsigned long graph_size(VarType var) const;
 
