@@ -6,7 +6,7 @@ PREFIX ?= /usr/local
 GENERATOR := $(if $(shell command -v ninja),-G Ninja)
 QZ := $(BUILD)/qz
 
-.PHONY: all setup configure demo test install bench compare docs format check clean
+.PHONY: all setup configure demo test fuzz tsan install bench compare docs format check clean
 
 all: configure
 	cmake --build $(BUILD) -j $(JOBS)
@@ -36,6 +36,18 @@ demo: configure
 
 test: all
 	ctest --preset release -j $(JOBS)
+
+# Searches for inputs that break a reader, for some seconds per target.
+fuzz: setup
+	@cmake --preset fuzz $(GENERATOR)
+	@cmake --build --preset fuzz -j $(JOBS)
+	@JOBS=$(JOBS) scripts/fuzz.sh $(SECONDS_EACH)
+
+# The test of threads under the thread sanitizer.
+tsan: setup
+	@cmake --preset tsan $(GENERATOR)
+	@cmake --build --preset tsan -j $(JOBS)
+	@ctest --preset tsan
 
 # Library, headers, tool and documents, for find_package(QZ) and pkg-config. DESTDIR is respected.
 install: configure

@@ -9,6 +9,7 @@ packages=(
   libcli11-dev                           # arguments of tools/qz
   libgtest-dev libgmock-dev              # tests
   libbenchmark-dev                       # benchmarks
+  clang libclang-rt-dev libomp-dev       # fuzz targets and the thread sanitizer
   clang-format                           # scripts/format.sh
   python3                                # scripts/compare_builds.py
 )
