@@ -1,6 +1,6 @@
 /// Loopy belief propagation. One item is one message entry in one iteration, a state of a directed
-/// message: 2 * edges * states of them per iteration and exactly 50 iterations per inference. What
-/// is done before and after the iterations counts as well.
+/// message: 2 * edges * states of them per iteration, and as many iterations per inference as ran,
+/// at most 50. What is done before and after the iterations counts as well.
 
 #include <benchmark/benchmark.h>
 #include <omp.h>
