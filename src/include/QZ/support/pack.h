@@ -27,6 +27,15 @@ struct Pack {
     raise(to, -above);
   }
 
+  /// Integers in another order: lane i of `to` becomes what stands in lane from[i] of `numbers`.
+  [[gnu::always_inline]] static void permute(type& to, const type& numbers, const type& from) {
+#if __has_builtin(__builtin_shuffle)
+    to = __builtin_shuffle(numbers, from);
+#else
+    for (unsigned i = 0; i < lanes; ++i) to[i] = numbers[from[i] % lanes];
+#endif
+  }
+
  private:
   typedef val_t in_memory
       __attribute__((vector_size(lanes * sizeof(val_t)), aligned(sizeof(val_t)), may_alias));
