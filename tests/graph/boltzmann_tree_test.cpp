@@ -71,7 +71,7 @@ TYPED_TEST(BoltzmannTreeOf, EdgeCountMeetsTheEdgesMade) {
   for (int round = 0; round < 96; ++round) {
     const auto sketch = qz_test::random_sketch(rng, 1 + round / 12, round);
     const qz_test::ListedGraph<TypeParam> graph(sketch.n, sketch.edges);
-    const JunctionTree<TypeParam> source(*graph);
+    const JunctionTree<TypeParam> source(graph);
     for (TypeParam extra : {0, 3}) {
       const DeepBoltzmannTree<TypeParam> tree(source, extra);
       const std::size_t separators = source.cliqueCount - 1;

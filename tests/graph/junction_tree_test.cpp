@@ -60,7 +60,7 @@ TYPED_TEST(JunctionTreeOf, ATriangleIsOneClique) {
 
 TYPED_TEST(JunctionTreeOf, LoneVerticesAreLinkedByEmptySeparators) {
   const qz_test::ListedGraph<TypeParam> graph(4, {});
-  const JunctionTree<TypeParam> tree(*graph);
+  const JunctionTree<TypeParam> tree(graph);
   EXPECT_EQ(tree.cliqueCount, 4);
   EXPECT_EQ(tree.edges(), 6);
   for (TypeParam v = 4; v < 7; ++v) EXPECT_THAT(tree.vertexObjects(v), IsEmpty());
@@ -76,7 +76,7 @@ TYPED_TEST(JunctionTreeOf, ACycleIsFilledIn) {
 
 TYPED_TEST(JunctionTreeOf, OfNothingIsNothing) {
   const qz_test::ListedGraph<TypeParam> graph(0, {});
-  const JunctionTree<TypeParam> tree(*graph);
+  const JunctionTree<TypeParam> tree(graph);
   EXPECT_EQ(tree.vertices(), 0);
   EXPECT_EQ(tree.edges(), 0);
   EXPECT_THROW(tree.vertexObjects(0), std::out_of_range);
@@ -87,7 +87,7 @@ TYPED_TEST(JunctionTreeOf, SeparatorsHaveTwoCliquesAndShareWhatTheyShare) {
   for (int round = 0; round < 120; ++round) {
     const auto sketch = qz_test::random_sketch(rng, 2 + round / 12 % 10, round);
     const qz_test::ListedGraph<TypeParam> graph(sketch.n, sketch.edges);
-    const JunctionTree<TypeParam> tree(*graph);
+    const JunctionTree<TypeParam> tree(graph);
     ASSERT_EQ(tree.edges(), 2 * (tree.cliqueCount - 1)) << sketch.kind;
     ASSERT_EQ(tree.baseVertices(), sketch.n) << sketch.kind;
     for (TypeParam v = tree.cliqueCount; v < tree.vertices(); ++v) {
@@ -109,7 +109,7 @@ TYPED_TEST(JunctionTreeOf, AgreesWithThePlainStepsOnRandomGraphs) {
   for (int round = 0; round < 840; ++round) {
     const auto sketch = qz_test::random_sketch(rng, 1 + round / 12 % 24, round);
     const qz_test::ListedGraph<TypeParam> graph(sketch.n, sketch.edges);
-    expect_the_plain_result(*graph, sketch.kind + " of " + std::to_string(sketch.n));
+    expect_the_plain_result(graph, sketch.kind + " of " + std::to_string(sketch.n));
   }
 }
 
@@ -118,7 +118,7 @@ TEST(JunctionTree, AgreesWithThePlainStepsOnLargerGraphs) {
   for (int round = 0; round < 36; ++round) {
     const auto sketch = qz_test::random_sketch(rng, 40 + rng() % 60, round);
     const qz_test::ListedGraph<unsigned int> graph(sketch.n, sketch.edges);
-    expect_the_plain_result(*graph, sketch.kind + " of " + std::to_string(sketch.n));
+    expect_the_plain_result(graph, sketch.kind + " of " + std::to_string(sketch.n));
   }
   expect_the_plain_result<unsigned long>(QZ::Grid<unsigned long>(9), "grid");
   expect_the_plain_result<unsigned long>(QZ::Star<unsigned long>(90, 40), "star");
@@ -131,7 +131,7 @@ TEST(JunctionTree, RecognisesWhetherTheTreeOfCliquesIsTheOnlyOne) {
   for (int round = 0; round < 600; ++round) {
     const auto sketch = qz_test::random_sketch(rng, 2 + round / 12 % 9, round);
     const qz_test::ListedGraph<unsigned int> graph(sketch.n, sketch.edges);
-    const qz_test::PlainJunctionTree<unsigned int> plain(*graph);
+    const qz_test::PlainJunctionTree<unsigned int> plain(graph);
     EdgeList pairs;
     std::vector<double> weights;
     for (std::size_t i = 0; i < plain.cliques; ++i) {
@@ -153,7 +153,7 @@ TEST(JunctionTree, RecognisesWhetherTheTreeOfCliquesIsTheOnlyOne) {
           qz_test::plain_spanning_tree<unsigned>(plain.cliques, pairs, weights) != tree;
       weights[e] -= 0.5;
     }
-    const auto forest = QZ::collect_cliques(QZ::eliminate(*graph));
+    const auto forest = QZ::collect_cliques(QZ::eliminate(graph));
     ASSERT_EQ(QZ::is_only_maximum_tree(forest), !found_another) << sketch.kind << ' ' << sketch.n;
     ++(found_another ? several : only);
   }

@@ -66,9 +66,9 @@ TYPED_TEST(Unrolled, AVertexListsExactlyItsEdges) {
     const auto sketch = qz_test::random_sketch(rng, 1 + round / 12 % 4, round);
     if (sketch.kind == "parallel") continue;
     if (sketch.kind == "cycle" && sketch.n == 1) continue;
-    const qz_test::ListedGraph<TypeParam> base(sketch.n, sketch.edges);
+    qz_test::ListedGraph<TypeParam> base(sketch.n, sketch.edges);
     for (TypeParam slices : {2, 3, 4, 5, 6}) {
-      const STGraph<TypeParam> graph(slices, base.get());
+      const STGraph<TypeParam> graph(slices, &base);
       std::vector<std::vector<unsigned long>> expected(graph.vertices());
       const EdgeList edges = edges_of(graph);
       for (std::size_t e = 0; e < edges.size(); ++e) {
@@ -84,8 +84,8 @@ TYPED_TEST(Unrolled, AVertexListsExactlyItsEdges) {
 }
 
 TYPED_TEST(Unrolled, ASelfLoopIsTakenForItsSecondEnd) {
-  const qz_test::ListedGraph<TypeParam> base(1, {{0, 0}});
-  const STGraph<TypeParam> graph(2, base.get());
+  qz_test::ListedGraph<TypeParam> base(1, {{0, 0}});
+  const STGraph<TypeParam> graph(2, &base);
   // One temporal edge, then the loop in slice 0 and its two cross edges, then the loop in slice 1.
   EXPECT_EQ(edges_of(graph), (EdgeList{{0, 1}, {0, 0}, {0, 1}, {1, 0}, {1, 1}}));
   EXPECT_THAT(incidence_of<TypeParam>(graph, 0), ElementsAre(1, 1, 3, 3, 0));

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "support/pair_graph.h"
+#include "support/listed_graph.h"
 #include "support/toy_engines.h"
 
 namespace {
@@ -31,7 +31,7 @@ struct Edge {
     return first;
   }
 
-  qz_test::PairGraph<T> graph{2, {{0, 1}}};
+  qz_test::ListedGraph<T> graph{2, {{0, 1}}};
   std::vector<T> states{2, 2};
   qz_test::RecitingEngine<T, T> engine{&graph, states.data()};
   std::vector<T> counts = std::vector<T>(4);

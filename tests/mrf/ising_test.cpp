@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "support/pair_graph.h"
+#include "support/listed_graph.h"
 #include "support/toy_engines.h"
 
 namespace {
@@ -37,7 +37,7 @@ struct Field {
     return moments;
   }
 
-  qz_test::PairGraph<Index> graph;
+  qz_test::ListedGraph<Index> graph;
   std::vector<Index> states;
   qz_test::ExactEngine<Index, double> engine;
 };

@@ -11,7 +11,7 @@
 
 #include "QZ/opt/gradient_descent.h"
 #include "QZ/support/random.h"
-#include "support/pair_graph.h"
+#include "support/listed_graph.h"
 #include "support/pair_types.h"
 #include "support/toy_engines.h"
 
@@ -25,7 +25,7 @@ constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 /// A triangle with a tail; edges stand in both orientations, and state counts differ.
 template <class idx_t, class val_t>
 struct SmallModel {
-  qz_test::PairGraph<idx_t> graph{4, {{0, 1}, {2, 1}, {2, 0}, {2, 3}}};
+  qz_test::ListedGraph<idx_t> graph{4, {{0, 1}, {2, 1}, {2, 0}, {2, 3}}};
   std::vector<idx_t> states{2, 3, 4, 2};
   qz_test::ExactEngine<idx_t, val_t> engine{&graph, states.data()};
   QZ::MRF<idx_t, val_t> model{&engine};
@@ -181,7 +181,7 @@ TEST(Mrf, HasANormOfZeroWhenEveryEntryIsNan) {
 }
 
 TEST(Mrf, FollowsFloatingRulesWhereTheNormaliserIsZero) {
-  qz_test::PairGraph<unsigned> graph(2, {{0, 1}});
+  qz_test::ListedGraph<unsigned> graph(2, {{0, 1}});
   std::vector<unsigned> states{1, 2};
   qz_test::RecitingEngine<unsigned, double> engine(&graph, states.data());
   QZ::MRF<unsigned, double> model(&engine);
@@ -196,7 +196,7 @@ TEST(Mrf, FollowsFloatingRulesWhereTheNormaliserIsZero) {
 }
 
 TEST(Mrf, HasNoEntriesForAnEdgeWithAStatelessVertex) {
-  qz_test::PairGraph<unsigned> graph(4, {{0, 1}, {0, 2}, {3, 1}, {1, 0}});
+  qz_test::ListedGraph<unsigned> graph(4, {{0, 1}, {0, 2}, {3, 1}, {1, 0}});
   std::vector<unsigned> states{2, 2, 0, 0};
   qz_test::RecitingEngine<unsigned, double> engine(&graph, states.data());
   QZ::MRF<unsigned, double> model(&engine);
@@ -211,7 +211,7 @@ TEST(Mrf, HasNoEntriesForAnEdgeWithAStatelessVertex) {
 }
 
 TEST(Mrf, OfAGraphWithoutEdgesIsItsLogPartition) {
-  qz_test::PairGraph<unsigned> graph(2, {});
+  qz_test::ListedGraph<unsigned> graph(2, {});
   std::vector<unsigned> states{3, 2};
   qz_test::ExactEngine<unsigned, double> engine(&graph, states.data());
   QZ::MRF<unsigned, double> model(&engine);
@@ -254,7 +254,7 @@ class RenamedLbp : public QZ::LBP<unsigned, val_t> {
 
 template <class val_t, class Engine>
 std::vector<val_t> gradient_by() {
-  qz_test::PairGraph<unsigned> graph(5, {{0, 1}, {2, 1}, {2, 0}, {2, 3}, {4, 3}});
+  qz_test::ListedGraph<unsigned> graph(5, {{0, 1}, {2, 1}, {2, 0}, {2, 3}, {4, 3}});
   std::vector<unsigned> states{2, 3, 4, 0, 5};
   std::mt19937 rng(3);
   Engine engine(&graph, states.data(), nullptr, &rng);
@@ -316,7 +316,7 @@ TYPED_TEST_SUITE(MrfOfIntegers, IntegerPairs);
 
 TYPED_TEST(MrfOfIntegers, WrapsItsObjectiveAndItsGradient) {
   using idx_t = TypeParam;
-  qz_test::PairGraph<idx_t> graph(2, {{0, 1}});
+  qz_test::ListedGraph<idx_t> graph(2, {{0, 1}});
   std::vector<idx_t> states{2, 2};
   qz_test::RecitingEngine<idx_t, idx_t> engine(&graph, states.data());
   QZ::MRF<idx_t, idx_t> model(&engine);

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "QZ/graph/chain.h"
-#include "support/pair_graph.h"
+#include "support/listed_graph.h"
 #include "support/toy_engines.h"
 
 namespace {
@@ -208,7 +208,7 @@ TEST(Strf, FindsLikeEdgesByTheRoundedReciprocalOfTheGraph) {
 }
 
 TEST(Strf, NeedsAGraphOverTimeSlices) {
-  qz_test::PairGraph<Index> graph(2, {{0, 1}});
+  qz_test::ListedGraph<Index> graph(2, {{0, 1}});
   std::vector<Index> states{2, 2};
   qz_test::ExactEngine<Index, double> engine(&graph, states.data());
   EXPECT_THROW((QZ::STRF<Index, double>(&engine, ReparamType::STLINEAR)), std::logic_error);

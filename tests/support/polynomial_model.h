@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/pair_graph.h"
+#include "support/listed_graph.h"
 
 namespace qz_test {
 
@@ -67,7 +67,7 @@ struct PolynomialModel {
 
   std::vector<idx_t> states;
   Edges edges;
-  PairGraph<idx_t> graph;
+  ListedGraph<idx_t> graph;
   std::vector<std::size_t> offsets;
   std::vector<val_t> weights;
   std::mt19937 rng{17};

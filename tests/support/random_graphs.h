@@ -4,42 +4,20 @@
 /// regular ones full of ties, parallel edges and self-loops.
 
 #include <algorithm>
-#include <memory>
 #include <random>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-#include "QZ/graph/graph.h"
+#include "support/listed_graph.h"
 
 namespace qz_test {
-
-/// A graph that owns its list of edges.
-template <class idx_t>
-class ListedGraph {
- public:
-  ListedGraph(std::size_t n, const std::vector<std::pair<unsigned, unsigned>>& edges) {
-    for (const auto& [s, t] : edges) {
-      ends_.push_back(static_cast<idx_t>(s));
-      ends_.push_back(static_cast<idx_t>(t));
-    }
-    graph_ = std::make_unique<QZ::Graph<idx_t>>(
-        QZ::borrowed_edges, ends_.data(), static_cast<idx_t>(n), static_cast<idx_t>(edges.size()));
-  }
-
-  const QZ::Graph<idx_t>& operator*() const { return *graph_; }
-  QZ::Graph<idx_t>* get() const { return graph_.get(); }
-
- private:
-  std::vector<idx_t> ends_;
-  std::unique_ptr<QZ::Graph<idx_t>> graph_;
-};
 
 struct GraphSketch {
   std::string kind;
   std::size_t n;
-  std::vector<std::pair<unsigned, unsigned>> edges;
+  std::vector<std::pair<std::size_t, std::size_t>> edges;
 };
 
 inline unsigned draw_below(std::mt19937& rng, std::size_t bound) {
