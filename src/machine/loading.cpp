@@ -210,8 +210,9 @@ void require_fit(const IO<idx_t, val_t>& model, const AbstractGraph<idx_t>* grap
   if (graph == nullptr) {
     throw std::logic_error("a graph of this kind cannot be loaded into a model");
   }
-  const bool named = model.categoryLists != nullptr && !model.categoryLists->empty();
-  if (model.states == nullptr || (named && graph->vertices() > model.categoryLists->size())) {
+  // One name per vertex, so one per state count too; categories may be there for further columns.
+  const bool named = model.vertexNames != nullptr;
+  if (model.states == nullptr || (named && graph->vertices() > model.vertexNames->size())) {
     throw std::logic_error("the graph has more vertices than the model");
   }
 }

@@ -122,6 +122,31 @@ TEST_F(Model, LeavesItsPredecessorAlone) {
   EXPECT_NE(program.word("MPT"), before);
 }
 
+TEST_F(Model, GridLeavesOutTheColumnsBeyondItsSquare) {
+  const TempFile five(".csv",
+                      csv("a,b,c,d,e", {"0,0,0,0,0", "1,1,0,1,1", "0,1,1,?,1", "1,0,1,1,0"}));
+  const TempFile file;
+  Program program({"SEED 3;"});
+  program.run(fit_lines(five.path(), "GRID"));
+  const auto& model = container_of<unsigned long, double>(program);
+  EXPECT_EQ(*model.vertexNames, (std::vector<std::string>{"a", "b", "c", "d"}));
+  EXPECT_EQ(model.categoryLists->size(), 5);
+  EXPECT_EQ(model.dim, 16);
+  // The model serves like any other, and reads and completes tables of all five columns.
+  program.run({"INITGAUSS;", "DEL DPT;", "INFER;", "MFN '" + file.path() + "';", "STORE MPT;",
+               "LDX DPT;", "PREDICT;", "ALG GD;", "MIO 3;", "ESTIMATE;"});
+  const Program loaded({"MFN '" + file.path() + "';", "LDX MPT;", "INFER;"});
+  EXPECT_EQ(loaded.word("GVX"), 4u);
+  EXPECT_EQ(loaded.real("LNZ"), program.real("LNZ"));
+}
+
+TEST_F(Model, TakesNoGraphOverColumnsWhoseStatesItDoesNotKnow) {
+  const TempFile five(".csv", csv("a,b,c,d,e", {"0,0,0,0,0", "1,1,0,1,1"}));
+  Program program(fit_lines(five.path(), "GRID"));
+  EXPECT_EQ(program.attempt({"GRA CHAIN;", "LDX GPT;"}),
+            logic_error("the graph has more vertices than the model", 1));
+}
+
 using ModelDeath = Model;
 TEST_F(ModelDeath, VertexWithoutColumnIsAnAssertion) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

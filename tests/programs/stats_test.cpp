@@ -52,6 +52,15 @@ TEST(Stats, NeedsData) {
   EXPECT_EQ(program.attempt({"DEL DPT;", "STATS;"}), logic_error("no object loaded DPT", 1));
 }
 
+TEST(Stats, NeedsTheStatesOfAllVertices) {
+  // The model knows two of the four columns that the graph over time then has.
+  const TempFile table(".csv", csv("a,b,c,d", {"x,u,x,u", "y,v,y,v"}));
+  Program program({"TXX 2;"});
+  program.run(fit_lines(table.path(), "CHAIN"));
+  EXPECT_EQ(program.attempt({"STGRAPH;", "STATS;"}),
+            logic_error("the model's arrays do not belong to its graph", 1));
+}
+
 TEST(Stats, DoesNothingForAPairWithoutInstantiation) {
   const TempFile table(".csv", csv("a,b", {"x,u", "y,v", "x,v"}));
   Program program(fit_lines(table.path(), "CHAIN"));

@@ -37,7 +37,9 @@ AbstractGraph<idx_t>* slice_of(AbstractGraph<idx_t>& graph) {
 }
 
 /// Sets state counts, parameter count, names and zero weights of a container with a graph: vertex v
-/// is column v of the table. Asserts "col<n+H" for a vertex without a column.
+/// is column v of the table. A graph may leave out the last columns, as a grid over a number that
+/// is no square does: the names are those of its vertices, the categories those of all columns, for
+/// reading further tables. Asserts "col<n+H" for a vertex without a column.
 template <class idx_t, class val_t>
 void describe_columns(IO<idx_t, val_t>& model, const CategoricalData& data) {
   const idx_t n = model.graph->vertices();
@@ -45,6 +47,7 @@ void describe_columns(IO<idx_t, val_t>& model, const CategoricalData& data) {
   for (idx_t v = 0; v < n; ++v) model.states[v] = wrapping_cast<idx_t>(data.categories(v));
   model.dim = calcDim(*model.graph, model.states);
   model.vertexNames = data.columnNames();
+  model.vertexNames->resize(n);
   model.categoryLists = new std::vector<std::vector<std::string>*>;
   for (unsigned long c = 0; c < data.n + data.H; ++c) {
     model.categoryLists->push_back(nullptr);
