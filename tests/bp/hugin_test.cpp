@@ -410,6 +410,22 @@ TEST(HuginDeathTest, ATreeThatIsNotBipartiteIsFatal) {
   EXPECT_DEATH(engine.distribute(0, 0), "./src/include/QZ/QZBP:[0-9]+: .*H->isSeparator\\(S\\)");
 }
 
+TEST(Hugin, AStateThatAVertexDoesNotHaveHasNoProbability) {
+  Model model(3, qz_test::chain_edges(3), {2, 3, 2});
+  Engine engine(model);
+  engine.infer(0);
+  EXPECT_EQ(vertex_probability(engine, 0, 2), 0);
+  double q = 1;
+  double Z = 0;
+  engine.edge_marginal(0, 2, 0, q, Z);
+  EXPECT_EQ(q, 0);
+  engine.edge_marginal(0, 0, 3, q, Z);
+  EXPECT_EQ(q, 0);
+  EXPECT_EQ(Z, 1);
+  EXPECT_THROW(engine.vertex_marginal(3, 0, q, Z), std::out_of_range);
+  EXPECT_THROW(engine.edge_marginal(2, 0, 0, q, Z), std::out_of_range);
+}
+
 TEST(Hugin, ABadNodeNumberIsOutOfRange) {
   Model model(3, qz_test::chain_edges(3), {2, 2, 2});
   Engine engine(model);

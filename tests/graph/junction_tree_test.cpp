@@ -47,6 +47,8 @@ TYPED_TEST(JunctionTreeOf, AChainHasOneCliquePerEdge) {
   EXPECT_THAT(tree.objects, ElementsAre(ElementsAre(1, 2), ElementsAre(0, 1), ElementsAre(1)));
   EXPECT_EQ(tree.baseVertices(), 3);
   EXPECT_EQ(tree.baseGraph, &chain);
+  EXPECT_FALSE(tree.isSeparator(1));
+  EXPECT_TRUE(tree.isSeparator(2));
 }
 
 TYPED_TEST(JunctionTreeOf, ATriangleIsOneClique) {

@@ -49,9 +49,11 @@ class HuginAlgorithm : public InferenceAlgorithm<idx_t, val_t> {
   ~HuginAlgorithm() override;
 
   void infer(const idx_t& mode) override;
-  /// The sum over the smallest node that holds v. Z is 1.
+  /// The sum over the smallest node that holds v, 0 if v has no state x. Z is 1. Throws
+  /// out_of_range if there is no such vertex.
   void vertex_marginal(const idx_t& v, const idx_t& x, val_t& q, val_t& Z) const override;
-  /// The sum over the smallest node that holds both ends of e. Z is 1.
+  /// The sum over the smallest node that holds both ends of e, 0 if one of them has no such state.
+  /// Z is 1. Throws out_of_range if there is no such edge.
   void edge_marginal(const idx_t& e, const idx_t& xs, const idx_t& xt, val_t& q,
                      val_t& Z) const override;
 
@@ -71,8 +73,6 @@ class HuginAlgorithm : public InferenceAlgorithm<idx_t, val_t> {
   /// share. The separator S takes the new log margin of `from`, and `to` is shifted by new - old. A
   /// margin above the largest number is held there.
   void hugin_message(const idx_t& from, const idx_t& to, const idx_t& S);
-
-  bool isSeparator(const idx_t& node) const { return node >= tree->cliqueCount; }
 
   /// Entries of each node's table, and where it begins.
   idx_t* node_size;

@@ -64,7 +64,7 @@ void HuginAlgorithm<idx_t, val_t>::lay_out_tables() {
     if (total > std::numeric_limits<std::ptrdiff_t>::max() / sizeof(val_t)) throw std::bad_alloc();
     node_size[node] = wrapping_cast<idx_t>(size);
     node_offsets[std::size_t{node} + 1] = wrapping_cast<idx_t>(total);
-    if (isSeparator(node)) {
+    if (tree->isSeparator(node)) {
       largest_separator = std::max(largest_separator, size);
     } else {
       largest_block = std::max(largest_block, std::min(blocks.entries, size));
@@ -166,8 +166,8 @@ void HuginAlgorithm<idx_t, val_t>::trace_margins() {
   separator_margins_.reserve(tree->edges(), 2 * std::size_t{tree->edges()});
   for (idx_t e = 0; e < tree->edges(); ++e) {
     const auto [a, b] = endpoints(*tree, e);
-    const auto& clique = tree->vertexObjects(isSeparator(a) ? b : a);
-    const auto& separator = tree->vertexObjects(isSeparator(a) ? a : b);
+    const auto& clique = tree->vertexObjects(tree->isSeparator(a) ? b : a);
+    const auto& separator = tree->vertexObjects(tree->isSeparator(a) ? a : b);
     auto shared = separator.begin();
     separator_margins_.begin();
     for (const idx_t v : clique) {

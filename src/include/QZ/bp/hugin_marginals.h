@@ -45,20 +45,23 @@ val_t HuginAlgorithm<idx_t, val_t>::sum_at(const Place& place, const Digit& low,
 template <class idx_t, class val_t>
 void HuginAlgorithm<idx_t, val_t>::vertex_marginal(const idx_t& v, const idx_t& x, val_t& q,
                                                    val_t& Z) const {
-  const Place& place = place_of_vertex_[v];
+  const Place& place = place_of_vertex_.at(v);
   // The other digit is the whole rest of the table.
-  q = sum_at(place, {place.stride, states[v], x}, {node_size[place.node], 1, 0});
+  const Digit rest{node_size[place.node], 1, 0};
+  q = x < states[v] ? sum_at(place, {place.stride, states[v], x}, rest) : val_t(0);
   Z = 1;
 }
 
 template <class idx_t, class val_t>
 void HuginAlgorithm<idx_t, val_t>::edge_marginal(const idx_t& e, const idx_t& xs, const idx_t& xt,
                                                  val_t& q, val_t& Z) const {
+  const Place& place = place_of_edge_.at(e);
   const auto [s, t] = endpoints(*graph, e);
-  const Place& place = place_of_edge_[e];
   const Digit at_s{place.stride, states[s], xs};
   const Digit at_t{place.second_stride, states[t], xt};
-  if (s == t) {
+  if (xs >= states[s] || xt >= states[t]) {
+    q = 0;
+  } else if (s == t) {
     q = xs == xt ? sum_at(place, at_s, {node_size[place.node], 1, 0}) : val_t(0);
   } else {
     q = s < t ? sum_at(place, at_s, at_t) : sum_at(place, at_t, at_s);

@@ -8,7 +8,8 @@ namespace QZ {
 
 template <class idx_t, class val_t>
 void HuginAlgorithm<idx_t, val_t>::infer(const idx_t&) {
-  for (const idx_t C : node_of_edge) assert_that(!isSeparator(C), "!H->isSeparator(C)", door::bp);
+  for (const idx_t C : node_of_edge)
+    assert_that(!tree->isSeparator(C), "!H->isSeparator(C)", door::bp);
   if (tree->vertices() > 0) {
     // A table is made when the messages to it are at hand, so that it is touched once on either
     // way.
@@ -19,7 +20,7 @@ void HuginAlgorithm<idx_t, val_t>::infer(const idx_t&) {
   double log_first = 0;
   for (idx_t node = 0; node < tree->vertices(); ++node) {
     const double term = node_size[node] == 0 ? 0 : static_cast<double>(log_of_first(node));
-    log_first += isSeparator(node) ? -term : term;
+    log_first += tree->isSeparator(node) ? -term : term;
   }
   double first_weights = 0;
   for (idx_t e = 0; e < graph->edges(); ++e) {
@@ -56,7 +57,7 @@ void HuginAlgorithm<idx_t, val_t>::list_weights(idx_t C) {
   for (std::size_t i = first_edge_[C]; i < last; ++i) {
     const idx_t e = edges_by_node_[i];
     const idx_t node = node_of_edge[e];
-    assert_that(!isSeparator(node), "!H->isSeparator(C)", door::bp);
+    assert_that(!tree->isSeparator(node), "!H->isSeparator(C)", door::bp);
     if (node_size[node] == 0) continue;
     const auto [s, t] = endpoints(*graph, e);
     bool found_s = false;
@@ -120,7 +121,7 @@ void HuginAlgorithm<idx_t, val_t>::trace(idx_t C, idx_t parent) {
       const idx_t e = tree->in_edge(step.clique, slot);
       const auto near = endpoints(*tree, e);
       const idx_t S = near.s == step.clique ? near.t : near.s;
-      assert_that(isSeparator(S), "H->isSeparator(S)", door::bp);
+      assert_that(tree->isSeparator(S), "H->isSeparator(S)", door::bp);
       idx_t far_edge = tree->in_edge(S, 0);
       if (far_edge == e) far_edge = tree->in_edge(S, 1);
       const auto far = endpoints(*tree, far_edge);

@@ -44,6 +44,8 @@ class JunctionTree : public SetGraph<idx_t> {
     link(is_only_maximum_tree(forest) ? given_links(forest) : sorted_links(forest));
   }
 
+  bool isSeparator(const idx_t& v) const { return v >= cliqueCount; }
+
   /// The number of base vertices that the cliques hold, each counted once.
   idx_t baseVertices() const {
     std::set<idx_t> members;

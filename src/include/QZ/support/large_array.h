@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -29,7 +30,11 @@ LargeArray<value_t> make_large_array(std::size_t count) {
   // Up to this size the standard allocator keeps memory that was given back at hand.
   constexpr std::size_t kept = std::size_t(1) << 25;
   std::size_t bytes = 0;
-  if (__builtin_mul_overflow(count, sizeof(value_t), &bytes)) throw std::bad_alloc();
+  // What no object may be larger than, so that rounding up to a page does not wrap.
+  constexpr auto most = static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max());
+  if (__builtin_mul_overflow(count, sizeof(value_t), &bytes) || bytes > most) {
+    throw std::bad_alloc();
+  }
   const bool large = bytes > kept;
   void* memory = large ? std::aligned_alloc(page, (bytes + page - 1) / page * page)
                        : std::malloc(bytes == 0 ? 1 : bytes);
