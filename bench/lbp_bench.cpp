@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "QZ/bp/lbp.h"
+#include "propagation_models.h"
 #include "scalar_exp.h"
-#include "support/pairwise_models.h"
 #include "support/plain_propagation.h"
 
 namespace {
@@ -23,17 +23,10 @@ constexpr Index iterations = 50;
 
 template <class val_t>
 qz_test::TestModel<Index, val_t> make_model(const std::string& name) {
-  const auto model = [](std::size_t n, auto edges, std::size_t states, double scale) {
-    std::mt19937 rng(3);
-    qz_test::TestModel<Index, val_t> made(n, edges, std::vector<std::size_t>(n, states));
-    made.gaussian(scale, rng);
-    return made;
-  };
-  std::mt19937 rng(2);
-  if (name == "grid_100x100_2_states") return model(10000, qz_test::grid_edges(100, 100), 2, 0.5);
-  if (name == "grid_100x100_8_states") return model(10000, qz_test::grid_edges(100, 100), 8, 0.5);
-  if (name == "complete_30_4_states") return model(30, qz_test::complete_edges(30), 4, 0.3);
-  return model(2000, qz_test::tree_edges(2000, rng), 10, 0.5);
+  auto made = propagation_model<Index, val_t>(name);
+  std::mt19937 rng(3);
+  made.gaussian(name == "complete_30_4_states" ? 0.3 : 0.5, rng);
+  return made;
 }
 
 /// The largest distance between the messages after a few iterations and those of the plain rule.

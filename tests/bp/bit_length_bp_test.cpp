@@ -157,6 +157,89 @@ TYPED_TEST(BitLength, MeetsThePlainRuleOnRandomModels) {
   }
 }
 
+/// Models whose vertices all have the same number of states go through loops of their own.
+TYPED_TEST(BitLength, MeetsThePlainRuleForEveryUniformStateCount) {
+  std::mt19937 rng(12);
+  for (const std::size_t count : {1, 2, 3, 4, 5, 8}) {
+    for (const unsigned long bound : {6ul, 200ul, 300ul, 1ul << 40}) {
+      TestModel<TypeParam, TypeParam> model(3, {{0, 1}, {2, 1}}, {count, count, count});
+      for (TypeParam& w : model.weights) w = static_cast<TypeParam>(rng() * rng() % bound);
+      const std::vector<TypeParam> observed(3, QZ::all_ones<TypeParam>);
+      expect_plain<TypeParam>(model, observed, 0, 5);
+      expect_plain<TypeParam>(model, observed, 1, 5);
+    }
+  }
+}
+
+TYPED_TEST(BitLength, MeetsThePlainRuleWithObservations) {
+  std::mt19937 rng(13);
+  for (const std::size_t count : {2, 3, 4}) {
+    TestModel<TypeParam, TypeParam> model(4, qz_test::chain_edges(4),
+                                          std::vector<std::size_t>(4, count));
+    for (TypeParam& w : model.weights) w = static_cast<TypeParam>(rng() % 7);
+    std::vector<TypeParam> observed(4, QZ::all_ones<TypeParam>);
+    observed[1] = 1;
+    for (const std::size_t iterations : {0, 1, 2, 30}) {
+      expect_plain<TypeParam>(model, observed, 0, iterations);
+    }
+    observed[3] = 0;
+    expect_plain<TypeParam>(model, observed, 1, 30);
+  }
+}
+
+TYPED_TEST(BitLength, FollowsItsWeightsFromRunToRun) {
+  TestModel<TypeParam, TypeParam> model(2, {{0, 1}}, {2, 2});
+  const std::vector<TypeParam> observed(2, QZ::all_ones<TypeParam>);
+  Engine<TypeParam> engine(model);
+  for (const unsigned long largest : {3ul, 255ul, 256ul, ~0ul, 2ul}) {
+    model.weights = {0, 1, 2, static_cast<TypeParam>(largest)};
+    engine.infer(0);
+    PlainBitLength<TypeParam> plain(model, observed);
+    plain.run(false, 50);
+    EXPECT_EQ(engine.message(0, 0, 2), plain.fresh[0][0]) << largest;
+    EXPECT_EQ(engine.message(0, 1, 2), plain.fresh[0][1]) << largest;
+  }
+}
+
+TYPED_TEST(BitLength, TellsHowFarItHasCome) {
+  TestModel<TypeParam, TypeParam> model(3, {{0, 1}, {1, 2}}, {2, 2, 2});
+  model.weights = {0, 1, 2, 3, 4, 0, 0, 1};
+  Engine<TypeParam> settled(model);
+  settled.infer(0);
+  EXPECT_EQ(settled.delta, 0);
+  EXPECT_EQ(settled.iterations, 3);
+  Engine<TypeParam> stopped(model, 1);
+  stopped.infer(0);
+  EXPECT_GT(stopped.delta, 0);
+  EXPECT_EQ(stopped.iterations, 1);
+  EXPECT_EQ(stopped.vertex_partition[2], QZ::all_ones<TypeParam>);
+}
+
+/// Going on from empty messages is the rule edge by edge, and the two share all that they leave.
+TYPED_TEST(BitLength, LeavesWhatTheRuleEdgeByEdgeLeaves) {
+  std::mt19937 rng(14);
+  for (int round = 0; round < 40; ++round) {
+    const std::size_t n = 2 + rng() % 4;
+    TestModel<TypeParam, TypeParam> model(n, qz_test::tree_edges(n, rng),
+                                          qz_test::random_counts(n, 1, 4, rng));
+    for (TypeParam& w : model.weights) w = static_cast<TypeParam>(rng() % (round < 20 ? 9 : 1000));
+    omp_set_num_threads(1 + round % 3);
+    Engine<TypeParam> arranged(model, round % 4);
+    Engine<TypeParam> by_edge(model, round % 4);
+    arranged.infer(round % 2);
+    by_edge.infer_continue(round % 2);
+    const auto same = [&](const TypeParam* a, const TypeParam* b, std::size_t count) {
+      return std::vector<TypeParam>(a, a + count) == std::vector<TypeParam>(b, b + count);
+    };
+    EXPECT_TRUE(same(arranged.messages, by_edge.messages, arranged.message_storage));
+    EXPECT_TRUE(same(arranged.beliefs, by_edge.beliefs, arranged.belief_count));
+    EXPECT_EQ(arranged.iterations, by_edge.iterations);
+    EXPECT_EQ(arranged.delta, by_edge.delta);
+    EXPECT_EQ(arranged.log_partition, by_edge.log_partition);
+  }
+  omp_set_num_threads(2);
+}
+
 TYPED_TEST(BitLength, GoesOnFromTheMessagesOfTheLastRun) {
   std::mt19937 rng(3);
   TestModel<TypeParam, TypeParam> model(4, qz_test::chain_edges(4), {2, 3, 2, 2});
@@ -182,6 +265,30 @@ TYPED_TEST(BitLength, TheExhaustiveModeCutsAndWraps) {
   EXPECT_EQ(engine.log_partition, 2);
   EXPECT_EQ((std::vector<TypeParam>(engine.moment_sums, engine.moment_sums + 4)),
             (std::vector<TypeParam>{1, 2, 7, 1}));
+}
+
+/// 45 states whose powers of two sum up to one below the next power, or to that power: more ones in
+/// a row than a word of 32 bits takes.
+TEST(BitLengthOfManyStates, DecidesByTheSmallestTerms) {
+  for (const bool whole : {false, true}) {
+    TestModel<unsigned int, unsigned int> model(2, {{0, 1}}, {45, 3});
+    for (unsigned x = 0; x < 45; ++x) {
+      const unsigned step = whole && x == 44 ? 43 : x;
+      for (unsigned y = 0; y < 3; ++y) model.weights[3 * x + y] = 100 - step + (y == 2 ? 50 : 0);
+    }
+    expect_plain<unsigned int>(model, std::vector<unsigned int>(2, ~0u), 0, 5);
+  }
+}
+
+TEST(BitLengthOfManyStates, TakesAnyNumberOfNeighbours) {
+  std::mt19937 rng(15);
+  std::vector<std::pair<std::size_t, std::size_t>> edges;
+  for (std::size_t v = 1; v < 60; ++v) edges.emplace_back(v % 2 == 0 ? 0 : v, v % 2 == 0 ? v : 0);
+  TestModel<unsigned long, unsigned long> model(60, edges, qz_test::random_counts(60, 1, 12, rng));
+  for (const unsigned long bound : {10ul, 100000ul, ~0ul}) {
+    for (unsigned long& w : model.weights) w = (rng() * 4294967296ul + rng()) % bound;
+    expect_plain<unsigned long>(model, std::vector<unsigned long>(60, ~0ul), 0, 4);
+  }
 }
 
 TEST(NarrowPowerSum, SaysWhenExponentsLieTooFarApart) {

@@ -4,10 +4,12 @@
 
 #include <omp.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <vector>
 
+#include "QZ/bp/bit_length_propagation.h"
 #include "QZ/bp/pairwise_bp.h"
 #include "QZ/bp/power_sum.h"
 #include "QZ/comb/sparse_uint.h"
@@ -23,7 +25,9 @@ namespace QZ {
 /// A run ends when no message changes or at `max_iterations`. Beliefs are plain sums. Beliefs and
 /// messages are exponents, so the smallest entry of a message is 0.
 ///
-/// Sums whose exponents lie close together are formed in machine words; the others, exactly as
+/// A run goes through machine words (`BitLengthPropagation`) wherever the model can be arranged for
+/// them, and edge by edge otherwise, as `infer_continue` always does, with the same bits. Sums
+/// whose exponents lie close together are formed in machine words there too; the others, exactly as
 /// well, in `thread_sums`.
 template <class idx_t>
 class BitLengthBP : public PairwiseBP<idx_t, idx_t> {
@@ -45,7 +49,20 @@ class BitLengthBP : public PairwiseBP<idx_t, idx_t> {
 
   void infer(const idx_t& mode) override {
     if (mode == 10) return this->infer_slow(mode);
-    this->infer_as(*this, mode, false);
+    using Words = BitLengthPropagation<idx_t, unsigned int>;
+    if (!arranged_) {
+      arranged_ = true;
+      if (Words::suits(this->model())) words_ = std::make_unique<Words>(this->model());
+    }
+    if (!words_) return this->infer_as(*this, mode, false);
+    const idx_t* all = weights + weight_offsets[graph->edges()];
+    const idx_t largest = weights == all ? idx_t(0) : *std::max_element<const idx_t*>(weights, all);
+    if (words_->suits_words(largest)) return infer_in_words(*words_, largest, mode != 0);
+    if constexpr (sizeof(idx_t) == 8) {
+      using LongWords = BitLengthPropagation<idx_t, unsigned long>;
+      if (!long_words_) long_words_ = std::make_unique<LongWords>(this->model());
+      infer_in_words(*long_words_, largest, mode != 0);
+    }
   }
   void infer_continue(const idx_t& mode) override { this->infer_as(*this, mode, true); }
 
@@ -132,6 +149,32 @@ class BitLengthBP : public PairwiseBP<idx_t, idx_t> {
   /// The fixed-point scale that q is to be multiplied by, and its own bits.
   static constexpr unsigned long scale_bits = 8;
 
+  /// As `infer_as`, from empty messages.
+  template <class Words>
+  void infer_in_words(Words& words, idx_t largest_weight, bool max) {
+    this->message_count = static_cast<idx_t>(this->message_storage / 2);
+    words.begin(largest_weight);
+#pragma omp parallel
+    {
+      words.iterate(this->model(), this->observed, max, this->max_iterations);
+      words.show(
+          [&](std::size_t message, const auto* entries, std::size_t count) {
+            idx_t* fresh = messages + this->message_offsets[message];
+            for (std::size_t x = 0; x < count; ++x) {
+              fresh[x] = fresh[x + this->message_count] = wrapping_cast<idx_t>(entries[x]);
+            }
+          },
+          [&](std::size_t v, const auto* entries, std::size_t count) {
+            idx_t* belief = beliefs + belief_offsets[v];
+            for (std::size_t x = 0; x < count; ++x) belief[x] = wrapping_cast<idx_t>(entries[x]);
+            this->vertex_partition[v] = all_ones<idx_t>;
+          });
+    }
+    this->delta = words.moved();
+    this->iterations = words.iterations();
+    this->log_partition = A_local();
+  }
+
   static unsigned long bit_length(const sparse_uint_t& x) {
     return x.positions().empty() ? 1 : *x.positions().rbegin() + 1;
   }
@@ -172,6 +215,11 @@ class BitLengthBP : public PairwiseBP<idx_t, idx_t> {
     const unsigned long product_length = exponent - first + scale_bits;
     return product_length > width ? first + product_length - width : first;
   }
+
+  /// Whether the first run has tried to arrange the model, and what it got.
+  bool arranged_ = false;
+  std::unique_ptr<BitLengthPropagation<idx_t, unsigned int>> words_;
+  std::unique_ptr<BitLengthPropagation<idx_t, unsigned long>> long_words_;
 };
 
 }  // namespace QZ

@@ -57,4 +57,14 @@ class NarrowPowerSum {
   unsigned __int128 sum_ = 0;
 };
 
+/// The bit length of the sum over x below `count`, which is not 0, of 2^exponent(x).
+template <class Exponent>
+unsigned long power_sum_length(std::size_t count, Exponent&& exponent) {
+  const NarrowPowerSum narrow(count, exponent);
+  if (narrow.exact()) return narrow.bit_length();
+  sparse_uint_t sum;
+  for (std::size_t x = 0; x < count; ++x) sum.p2x(exponent(x));
+  return *sum.positions().rbegin() + 1;
+}
+
 }  // namespace QZ
