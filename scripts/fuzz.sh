@@ -16,7 +16,7 @@ search() {
   # A program or a failed load may leave objects behind for good, so nobody looks for leaks.
   if OMP_NUM_THREADS=1 ASAN_OPTIONS=detect_leaks=0 "$programs/fuzz_$target" \
     -max_total_time="$seconds" -timeout=20 \
-    -rss_limit_mb=3000 -max_len=4096 -detect_leaks=0 -print_final_stats=1 \
+    -seed=1 -rss_limit_mb=3000 -max_len=4096 -detect_leaks=0 -print_final_stats=1 \
     -artifact_prefix="$found/" "$found" "fuzz/corpus/$target" >"$found.log" 2>&1; then
     echo "$target: $(grep -o 'number_of_executed_units: *[0-9]*' "$found.log" | grep -o '[0-9]*$') inputs"
   else

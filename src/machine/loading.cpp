@@ -76,6 +76,14 @@ struct HiddenColumns {
   unsigned long states = 0;
 };
 
+/// How many vertices a model has state counts for. A graph that was converted over the model may
+/// have more; names are there one per state count, if at all.
+template <class idx_t, class val_t>
+std::size_t vertices_with_states(const IO<idx_t, val_t>& model) {
+  const std::size_t vertices = model.graph->vertices();
+  return model.vertexNames == nullptr ? vertices : std::min(vertices, model.vertexNames->size());
+}
+
 /// The inner layers are hidden; their vertices have the states of the first vertex behind layer 0.
 template <class idx_t, class val_t>
 HiddenColumns hidden_columns(const vm_t& vm, const IO<idx_t, val_t>& model) {
@@ -86,7 +94,7 @@ HiddenColumns hidden_columns(const vm_t& vm, const IO<idx_t, val_t>& model) {
   for (std::size_t i = 1; i + 1 < layers.size(); ++i) hidden.count += layers[i];
   if (hidden.count == 0) return {};
   if (model.graph == nullptr || model.states == nullptr ||
-      layers.front() >= model.graph->vertices()) {
+      layers.front() >= vertices_with_states(model)) {
     throw std::logic_error("the layers do not fit the model");
   }
   hidden.states = model.states[layers.front()];
