@@ -41,13 +41,19 @@ void expect_plain(TestModel<T, T>& model, const std::vector<T>& observed, T mode
       EXPECT_EQ(engine.message(e, d, plain.fresh[e][d].size()), plain.fresh[e][d]);
     }
     const auto [s, t] = model.ends(e);
+    std::vector<T> all_q(std::size_t{model.states[s]} * model.states[t]);
+    std::vector<T> all_Z(all_q.size());
+    engine.edge_marginals(static_cast<T>(e), all_q.data(), all_Z.data());
+    std::size_t pair = 0;
     for (T xs = 0; xs < model.states[s]; ++xs) {
-      for (T xt = 0; xt < model.states[t]; ++xt) {
+      for (T xt = 0; xt < model.states[t]; ++xt, ++pair) {
         T q = 0, Z = 0;
         engine.edge_marginal(static_cast<T>(e), xs, xt, q, Z);
         const auto expected = plain.edge_marginal(e, xs, xt);
         EXPECT_EQ(q, expected.q);
         EXPECT_EQ(Z, expected.Z);
+        EXPECT_EQ(all_q[pair], expected.q);
+        EXPECT_EQ(all_Z[pair], expected.Z);
       }
     }
   }

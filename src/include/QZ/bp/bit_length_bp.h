@@ -76,28 +76,39 @@ class BitLengthBP : public PairwiseBP<idx_t, idx_t> {
     const auto exponent = [&](std::size_t y) {
       return this->get_log_prod(v, static_cast<idx_t>(y), all_ones<idx_t>, 0);
     };
-    scaled_fraction(states[v], exponent, x, q, Z);
+    scaled_fractions(states[v], exponent, x, 1, &q, &Z);
   }
 
   void edge_marginal(const idx_t& e, const idx_t& xs, const idx_t& xt, idx_t& q,
                      idx_t& Z) const override {
-    const auto [s, t] = endpoints(*graph, e);
-    if (wrapping_mul(states[s], states[t]) == 1) {
+    const EdgeTable table = edge_table(e);
+    if (wrapping_mul<idx_t>(table.rows, table.columns) == 1) {
       q = Z = 1;
       return;
     }
-    const std::size_t columns = states[t];
-    const idx_t* to_s = messages + this->message_at(e, true);
-    const idx_t* to_t = messages + this->message_at(e, false);
-    const idx_t* at_s = beliefs + belief_offsets[s];
-    const idx_t* at_t = beliefs + belief_offsets[t];
-    const idx_t* block = weights + weight_offsets[e];
     const auto exponent = [&](std::size_t pair) {
-      const std::size_t i = pair / columns;
-      const std::size_t j = pair % columns;
-      return wrapping_cast<idx_t>(at_s[i] - to_s[i] + block[pair] + at_t[j] - to_t[j]);
+      return table.at(pair / table.columns, pair % table.columns);
     };
-    scaled_fraction(states[s] * columns, exponent, xs * columns + xt, q, Z);
+    scaled_fractions(std::size_t{table.rows} * table.columns, exponent, xs * table.columns + xt, 1,
+                     &q, &Z);
+  }
+
+  /// All marginals of an edge, row-major with states[s] rows of states[t] entries, as
+  /// `edge_marginal` gives them one by one. The sum behind them is formed once.
+  void edge_marginals(const idx_t& e, idx_t* q, idx_t* Z) const {
+    const EdgeTable table = edge_table(e);
+    if (wrapping_mul<idx_t>(table.rows, table.columns) == 1) {
+      q[0] = Z[0] = 1;
+      return;
+    }
+    // The exponents stand where their terms are going to.
+    idx_t* next = q;
+    for (std::size_t i = 0; i < table.rows; ++i) {
+      for (std::size_t j = 0; j < table.columns; ++j) *next++ = table.at(i, j);
+    }
+    const std::size_t count = std::size_t{table.rows} * table.columns;
+    scaled_fractions(
+        count, [q](std::size_t pair) { return q[pair]; }, 0, count, q, Z);
   }
 
   void compute_edge_normalization() final {}
@@ -185,26 +196,65 @@ class BitLengthBP : public PairwiseBP<idx_t, idx_t> {
     for (std::size_t i = 0; i < count; ++i) entries[i] = wrapping_sub(entries[i], smallest);
   }
 
-  /// The share of term `x` in the sum of 2^exponent over `count` terms.
-  template <class Exponent>
-  void scaled_fraction(std::size_t count, Exponent&& exponent, std::size_t x, idx_t& q,
-                       idx_t& Z) const {
-    const NarrowPowerSum narrow(count, exponent);
-    if (narrow.exact()) {
-      const unsigned long shift = scaling(narrow.bit_length(), exponent(x));
-      q = wrapping_cast<idx_t>(exponent(x) < shift ? 0ul : 1ul << (exponent(x) - shift));
-      Z = wrapping_cast<idx_t>(narrow.shifted(shift));
-      return;
+  /// The exponents of the state pairs of an edge: cavity(s, i) + parameter + cavity(t, j).
+  struct EdgeTable {
+    const idx_t* belief_s;
+    const idx_t* belief_t;
+    const idx_t* to_s;
+    const idx_t* to_t;
+    const idx_t* block;
+    idx_t rows;
+    idx_t columns;
+
+    idx_t at(std::size_t i, std::size_t j) const {
+      return wrapping_cast<idx_t>(belief_s[i] - to_s[i] + block[i * columns + j] + belief_t[j] -
+                                  to_t[j]);
     }
-    sum_length(count, exponent);
-    sparse_uint_t& sum = thread_sums[omp_get_thread_num()];
-    const unsigned long shift = scaling(bit_length(sum), exponent(x));
-    sparse_uint_t share;
-    share.p2x(exponent(x));
-    share >>= shift;
-    sum >>= shift;
-    q = wrapping_cast<idx_t>(share.to_uint64());
-    Z = wrapping_cast<idx_t>(sum.to_uint64());
+  };
+
+  EdgeTable edge_table(idx_t e) const {
+    const auto [s, t] = endpoints(*graph, e);
+    return {beliefs + belief_offsets[s],
+            beliefs + belief_offsets[t],
+            messages + this->message_at(e, true),
+            messages + this->message_at(e, false),
+            weights + weight_offsets[e],
+            states[s],
+            states[t]};
+  }
+
+  /// The shares of `taken` terms from the given one on in the sum of 2^exponent over `count` terms.
+  /// `exponent` is not asked again for a term whose share is written.
+  template <class Exponent>
+  void scaled_fractions(std::size_t count, Exponent&& exponent, std::size_t first,
+                        std::size_t taken, idx_t* q, idx_t* Z) const {
+    const NarrowPowerSum narrow(count, exponent);
+    if (!narrow.exact()) return scaled_large_fractions(count, exponent, first, taken, q, Z);
+    for (std::size_t i = 0; i < taken; ++i) {
+      const unsigned long e = exponent(first + i);
+      const unsigned long shift = scaling(narrow.bit_length(), e);
+      q[i] = wrapping_cast<idx_t>(e < shift ? 0ul : 1ul << (e - shift));
+      Z[i] = wrapping_cast<idx_t>(narrow.shifted(shift));
+    }
+  }
+
+  /// The same for a sum of any size.
+  template <class Exponent>
+  void scaled_large_fractions(std::size_t count, Exponent&& exponent, std::size_t first,
+                              std::size_t taken, idx_t* q, idx_t* Z) const {
+    for (std::size_t x = 0; x < count; ++x) map_other(exponent(x), x == 0);
+    const sparse_uint_t& sum = thread_sums[omp_get_thread_num()];
+    for (std::size_t i = 0; i < taken; ++i) {
+      const unsigned long e = exponent(first + i);
+      const unsigned long shift = scaling(bit_length(sum), e);
+      sparse_uint_t share;
+      share.p2x(e);
+      share >>= shift;
+      sparse_uint_t whole(sum);
+      whole >>= shift;
+      q[i] = wrapping_cast<idx_t>(share.to_uint64());
+      Z[i] = wrapping_cast<idx_t>(whole.to_uint64());
+    }
   }
 
   /// How far to shift a sum of this bit length and its term 2^exponent to the right: until the sum

@@ -3,7 +3,10 @@
 /// The objective of models whose parameters are small unsigned integers.
 
 #include <algorithm>
+#include <cstddef>
+#include <vector>
 
+#include "QZ/bp/edge_fractions.h"
 #include "QZ/mrf/mrf.h"
 #include "QZ/support/assertion.h"
 #include "QZ/support/conversions.h"
@@ -36,12 +39,12 @@ class IntegerMRF : public MRF<idx_t, idx_t> {
     this->engine()->infer(0);
     idx_t largest = 0;
     for (idx_t e = 0; e < this->graph->edges(); ++e) {
-      const auto [s, t] = endpoints(*this->graph, e);
-      idx_t i = this->engine()->weight_offsets[e];
-      for (idx_t xs = 0; xs < this->states[s]; ++xs) {
-        for (idx_t xt = 0; xt < this->states[t]; ++xt, ++i) {
-          largest = std::max(largest, compare(i, model_frequency(e, xs, xt), data_frequency(i)));
-        }
+      const std::size_t begin = this->engine()->weight_offsets[e];
+      const std::size_t end = this->engine()->weight_offsets[std::size_t{e} + 1];
+      read_edge_fractions(*this->engine(), e, numerators_, normalisers_);
+      for (std::size_t i = begin; i < end; ++i) {
+        const idx_t model = model_frequency(numerators_[i - begin], normalisers_[i - begin]);
+        largest = std::max(largest, compare(i, model, data_frequency(i)));
       }
     }
     this->gradient_norm = largest;
@@ -56,24 +59,21 @@ class IntegerMRF : public MRF<idx_t, idx_t> {
  private:
   static constexpr idx_t tolerance = 9;
 
-  idx_t model_frequency(idx_t e, idx_t xs, idx_t xt) const {
-    idx_t a = 0;
-    idx_t b = 0;
-    this->engine_->edge_marginal(e, xs, xt, a, b);
+  idx_t model_frequency(idx_t a, idx_t b) const {
     // The narrow widths multiply in int, where nothing wraps; the wide ones in idx_t.
     const auto scaled = a * scale;
     assert_that(a <= b && scaled >= a, "a<=b && a*scale>=a", door::mrf);
     return b != 0 ? wrapping_cast<idx_t>(scaled / b) : idx_t(0);
   }
 
-  idx_t data_frequency(idx_t i) const {
+  idx_t data_frequency(std::size_t i) const {
     const auto scaled = this->emp[i] * scale;
     assert_that(scaled >= this->emp[i], "emp[i]*scale>=emp[i]", door::mrf);
     return this->samples != 0 ? wrapping_cast<idx_t>(scaled / this->samples) : idx_t(0);
   }
 
   /// Sets the direction of entry `i` and returns the difference.
-  idx_t compare(idx_t i, idx_t model, idx_t data) {
+  idx_t compare(std::size_t i, idx_t model, idx_t data) {
     const bool raise = data > model;
     const idx_t difference = raise ? wrapping_sub(data, model) : wrapping_sub(model, data);
     if (difference <= tolerance) {
@@ -83,6 +83,10 @@ class IntegerMRF : public MRF<idx_t, idx_t> {
     }
     return difference;
   }
+
+  /// The marginals of one edge.
+  std::vector<idx_t> numerators_;
+  std::vector<idx_t> normalisers_;
 };
 
 }  // namespace QZ

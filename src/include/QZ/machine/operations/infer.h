@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "QZ/bp/edge_fractions.h"
 #include "QZ/data/categorical_data.h"
 #include "QZ/inference/engine.h"
 #include "QZ/io/model_container.h"
@@ -77,17 +78,11 @@ void write_marginals(const InferenceAlgorithm<idx_t, val_t>& engine, double* blo
       *next++ = fraction(q, Z);
     }
   }
+  std::vector<val_t> q;
+  std::vector<val_t> Z;
   for (idx_t e = 0; e < engine.graph->edges(); ++e) {
-    const auto [s, t] = endpoints(*engine.graph, e);
-    next = block + engine.weight_offsets[e];
-    for (idx_t xs = 0; xs < states[s]; ++xs) {
-      for (idx_t xt = 0; xt < states[t]; ++xt) {
-        val_t q = 0;
-        val_t Z = 0;
-        engine.edge_marginal(e, xs, xt, q, Z);
-        *next++ = fraction(q, Z);
-      }
-    }
+    read_edge_fractions(engine, e, q, Z);
+    std::transform(q.begin(), q.end(), Z.begin(), block + engine.weight_offsets[e], fraction);
   }
 }
 
