@@ -2,10 +2,12 @@
 #include <omp.h>
 
 #include <cmath>
+#include <functional>
 #include <map>
 #include <set>
 
 #include "QZ/comb/sparse_uint.h"
+#include "QZ/data/joint_counter.h"
 #include "QZ/graph/chain.h"
 #include "support/graph_contents.h"
 #include "support/learned_model.h"
@@ -134,6 +136,21 @@ TYPED_TEST(Cliques, FollowThePlainSteps) {
       EXPECT_EQ(model->graphType, k == 2 ? 6 : 12);
     }
   }
+}
+
+// What MODEL hands them instead of counting row by row.
+TYPED_TEST(Cliques, AreTheSameFromACounterOfManyHistograms) {
+  using I = typename TestFixture::I;
+  using V = typename TestFixture::V;
+  const auto table = random_table(120, {2, 3, 2, 4, 2, 3}, 0, 21);
+  const auto by_rows = chain_model<I, V>(*table, 3);
+  const double score = by_rows->buildCliques(0, 3, nullptr, joint_counts(*table, *by_rows));
+  const auto counted = chain_model<I, V>(*table, 3);
+  const QZ::JointCounter<I, V> counter(*table, table->n, counted->states);
+  EXPECT_EQ(counted->buildCliques(0, 3, nullptr, std::cref(counter)), score);
+  EXPECT_EQ(edges_of(*counted->graph), edges_of(*by_rows->graph));
+  EXPECT_EQ(copy_of(counted->stats, counted->statsLength),
+            copy_of(by_rows->stats, by_rows->statsLength));
 }
 
 TYPED_TEST(Cliques, CountTheirEdgesAfresh) {

@@ -52,6 +52,32 @@ TYPED_TEST(Ea, ABoundOfOneLeavesNoBits) {
   EXPECT_EQ(rng(), std::mt19937(1)());
 }
 
+TYPED_TEST(Ea, ABoundOfZeroLetsNoFlipThrough) {
+  std::mt19937 rng(1);
+  QZ::EA11<TypeParam> optimizer(0, &rng);
+  Target<TypeParam> f({0, 3, 1}, {0, 0, 0});
+  QZ::OptState<TypeParam, TypeParam> state{};
+  for (int step = 0; step < 200; ++step) optimizer.update(&f, state);
+  EXPECT_EQ(f.point, (std::vector<TypeParam>{0, 3, 1}));
+}
+
+/// The mask of a flip has 32 bits, so the upper half of a wider parameter stays as it is.
+TEST(EvolutionInLongWords, NeverTouchesBitsAbove31) {
+  std::mt19937 rng(9);
+  QZ::EA11<unsigned long> optimizer(1ul << 50, &rng);
+  EXPECT_EQ(optimizer.bits, 50u);
+  const unsigned long start = 5ul << 40;
+  Target<unsigned long> f({start}, {0});
+  QZ::OptState<unsigned long, unsigned long> state{};
+  bool moved = false;
+  for (int step = 0; step < 500; ++step) {
+    optimizer.update(&f, state);
+    EXPECT_EQ(f.point[0] >> 32, start >> 32);
+    moved = moved || f.point[0] != start;
+  }
+  EXPECT_TRUE(moved);
+}
+
 TYPED_TEST(Ea, FlipsExactlyTheBitsThatTheStreamNames) {
   const TypeParam k_limit = 5;
   const unsigned bits = 3;
