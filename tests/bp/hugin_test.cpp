@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "support/pair_types.h"
 #include "support/run_lbp.h"
 
 namespace {
@@ -16,12 +17,6 @@ using qz_test::enumerate;
 using qz_test::expect_exact_marginals;
 using qz_test::TestModel;
 using qz_test::vertex_probability;
-
-template <class I, class V>
-struct Pair {
-  using idx_t = I;
-  using val_t = V;
-};
 
 template <class idx_t, class val_t>
 class Hugin : public QZ::HuginAlgorithm<idx_t, val_t> {
@@ -41,11 +36,7 @@ double tolerance() {
 
 template <class P>
 class HuginPairs : public testing::Test {};
-using FloatingPairs = testing::Types<Pair<unsigned char, float>, Pair<unsigned char, double>,
-                                     Pair<unsigned short, float>, Pair<unsigned short, double>,
-                                     Pair<unsigned int, float>, Pair<unsigned int, double>,
-                                     Pair<unsigned long, float>, Pair<unsigned long, double>>;
-TYPED_TEST_SUITE(HuginPairs, FloatingPairs);
+TYPED_TEST_SUITE(HuginPairs, qz_test::FloatPairs);
 
 template <class idx_t, class val_t>
 void expect_exact(TestModel<idx_t, val_t>& model) {

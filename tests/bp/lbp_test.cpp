@@ -6,6 +6,7 @@
 #include <random>
 #include <vector>
 
+#include "support/pair_types.h"
 #include "support/run_lbp.h"
 
 namespace {
@@ -18,19 +19,9 @@ using qz_test::TestLbp;
 using qz_test::TestModel;
 using qz_test::ThreadCount;
 
-template <class I, class V>
-struct Pair {
-  using idx_t = I;
-  using val_t = V;
-};
-
 template <class P>
 class LbpPairs : public testing::Test {};
-using FloatingPairs = testing::Types<Pair<unsigned char, float>, Pair<unsigned char, double>,
-                                     Pair<unsigned short, float>, Pair<unsigned short, double>,
-                                     Pair<unsigned int, float>, Pair<unsigned int, double>,
-                                     Pair<unsigned long, float>, Pair<unsigned long, double>>;
-TYPED_TEST_SUITE(LbpPairs, FloatingPairs);
+TYPED_TEST_SUITE(LbpPairs, qz_test::FloatPairs);
 
 /// A few hundred roundings of numbers around 1 to 30.
 template <class val_t>

@@ -6,17 +6,12 @@
 #include <vector>
 
 #include "QZ/bp/lbp.h"
+#include "support/pair_types.h"
 #include "support/run_lbp.h"
 
 namespace {
 
 using qz_test::TestModel;
-
-template <class I, class V>
-struct Pair {
-  using idx_t = I;
-  using val_t = V;
-};
 
 /// The smallest arithmetic that the loop can run on: counting. The "sum" of terms is the last term
 /// plus their number, and nothing is normalised.
@@ -52,12 +47,7 @@ class Counting : public QZ::PairwiseBP<idx_t, val_t> {
 
 template <class P>
 class PairwiseBpAllPairs : public testing::Test {};
-using AllPairs = testing::Types<
-    Pair<unsigned char, unsigned char>, Pair<unsigned char, float>, Pair<unsigned char, double>,
-    Pair<unsigned short, unsigned short>, Pair<unsigned short, float>, Pair<unsigned short, double>,
-    Pair<unsigned int, unsigned int>, Pair<unsigned int, float>, Pair<unsigned int, double>,
-    Pair<unsigned long, unsigned long>, Pair<unsigned long, float>, Pair<unsigned long, double>>;
-TYPED_TEST_SUITE(PairwiseBpAllPairs, AllPairs);
+TYPED_TEST_SUITE(PairwiseBpAllPairs, qz_test::AllPairs);
 
 TYPED_TEST(PairwiseBpAllPairs, LaysOutMessagesByEdgeAndBeliefsByVertex) {
   using idx_t = typename TypeParam::idx_t;

@@ -8,17 +8,12 @@
 #include <vector>
 
 #include "support/enumeration_oracle.h"
+#include "support/pair_types.h"
 #include "support/pairwise_models.h"
 
 namespace {
 
 using qz_test::TestModel;
-
-template <class I, class V>
-struct Pair {
-  using idx_t = I;
-  using val_t = V;
-};
 
 /// An engine with nothing of its own.
 template <class idx_t, class val_t>
@@ -37,12 +32,7 @@ BareEngine<idx_t, val_t> engine_on(TestModel<idx_t, val_t>& model) {
 
 template <class P>
 class EngineAllPairs : public testing::Test {};
-using AllPairs = testing::Types<
-    Pair<unsigned char, unsigned char>, Pair<unsigned char, float>, Pair<unsigned char, double>,
-    Pair<unsigned short, unsigned short>, Pair<unsigned short, float>, Pair<unsigned short, double>,
-    Pair<unsigned int, unsigned int>, Pair<unsigned int, float>, Pair<unsigned int, double>,
-    Pair<unsigned long, unsigned long>, Pair<unsigned long, float>, Pair<unsigned long, double>>;
-TYPED_TEST_SUITE(EngineAllPairs, AllPairs);
+TYPED_TEST_SUITE(EngineAllPairs, qz_test::AllPairs);
 
 TYPED_TEST(EngineAllPairs, LaysOutTheParametersByEdge) {
   using idx_t = typename TypeParam::idx_t;
