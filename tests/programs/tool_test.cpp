@@ -291,13 +291,13 @@ class ToolOnATerminal : public Tool {
     close(near_);
     close(far_);
   }
-  /// What has arrived, after a wait of at most `milliseconds` for the first of it.
-  std::string shown(int milliseconds = 0) const {
+  /// What has arrived; waits for `wanted` to be in it, a minute at most.
+  std::string shown(const std::string& wanted = "") const {
     std::string text;
     char buffer[4096];
     pollfd waiting{far_, POLLIN, 0};
-    while (poll(&waiting, 1, text.empty() ? milliseconds : 0) == 1 &&
-           (waiting.revents & POLLIN) != 0) {
+    const auto patience = [&] { return text.find(wanted) == std::string::npos ? 60000 : 0; };
+    while (poll(&waiting, 1, patience()) == 1 && (waiting.revents & POLLIN) != 0) {
       const ssize_t count = ::read(far_, buffer, sizeof buffer);
       if (count <= 0) break;
       text.append(buffer, static_cast<std::size_t>(count));
@@ -322,7 +322,7 @@ TEST_F(ToolOnATerminal, AnInterruptEndsTheRunWithTheBestUpToThen) {
                   "EPO 0\nMIO 1000000000000\nESTIMATE;\nGP0 1\n");
   const qz_test::Process process({QZ_TOOL, "run", "program.qz", "--print", "GP0"}, directory.path(),
                                  near_);
-  EXPECT_THAT(shown(60000), StartsWith("\rESTIMATE ["));
+  EXPECT_THAT(shown("["), StartsWith("\rESTIMATE ["));
   process.send(SIGINT);
   const Outcome outcome = process.wait();
   EXPECT_EQ(outcome.status, 130);
